@@ -1,0 +1,28 @@
+#!/usr/bin/env bash
+# Installs what is missing, builds Clarovi and runs every test. In CI (CI=true) or with
+# --sanitize it also checks the formatting and runs the same tests under ASan + UBSan.
+set -euo pipefail
+cd "$(dirname "$0")/.."
+scripts/install-deps.sh
+
+strict=false
+[ "${CI:-}" = true ] || [ "${1:-}" = --sanitize ] && strict=true
+werror=OFF
+$strict && werror=ON
+
+cmake -S . -B build -G Ninja -DCLAROVI_WERROR=$werror
+cmake --build build
+ctest --test-dir build --output-on-failure -j2 --timeout 600
+
+$strict || exit 0
+
+git ls-files -- 'src/*.cpp' 'src/*.h' 'tests/*.cpp' 'tests/*.h' 'bench/*.cpp' \
+  | xargs clang-format --dry-run --Werror
+
+cmake -S . -B build-asan -G Ninja -DCLAROVI_WERROR=ON -DCLAROVI_SANITIZE=address,undefined \
+  -DCLAROVI_BENCHMARKS=OFF
+cmake --build build-asan
+export ASAN_OPTIONS=halt_on_error=1:detect_leaks=1:abort_on_error=1
+export LSAN_OPTIONS=suppressions=$PWD/tests/lsan.supp:print_suppressions=0
+export UBSAN_OPTIONS=halt_on_error=1:print_stacktrace=1
+ctest --test-dir build-asan --output-on-failure -j2 --timeout 900

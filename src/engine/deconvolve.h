@@ -1,0 +1,43 @@
+#pragma once
+
+#include <opencv2/core.hpp>
+
+#include <memory>
+
+namespace clarovi::engine {
+
+/// Restores one plane (one channel, R x C, any depth, read as double) blurred by psf (CV_64F,
+/// r x c with r <= R and c <= C, normalised to sum 1) with the Wiener-type filter
+/// W = |S / (m + S + 3 mu)|, S = |H|^2, m = 1 where the centred PSF is positive. result receives
+/// the restored R x C CV_64F plane, neither clipped nor scaled; the return value shares its data.
+/// An empty plane gives an empty result. With mu = 0, frequencies where S = 0 and the centred PSF
+/// is 0 are set to 0 rather than 0 / 0. A PSF larger than the plane throws.
+cv::Mat deconvolvePlane(double mu, const cv::Mat& plane, cv::Mat& result, const cv::Mat& psf);
+
+/// The spectrum of one PSF centred in a plane of a given size, made once and shared read-only by
+/// several restorations of that size (the colour planes of a picture, the tiles of a preview).
+class PreparedPsf {
+  public:
+    PreparedPsf(const cv::Mat& psf, cv::Size planeSize);
+    ~PreparedPsf();
+    PreparedPsf(PreparedPsf&&) noexcept;
+    PreparedPsf& operator=(PreparedPsf&&) noexcept;
+    PreparedPsf(const PreparedPsf&) = delete;
+    PreparedPsf& operator=(const PreparedPsf&) = delete;
+
+    cv::Size planeSize() const;
+
+    struct Impl;
+    const Impl& impl() const { return *m_impl; }
+
+  private:
+    std::unique_ptr<Impl> m_impl;
+};
+
+/// As deconvolvePlane above with the PSF's spectrum already made; gives the same result as the
+/// plain call up to rounding. The plane must have prepared.planeSize(). Safe to call from several
+/// threads at once with one PreparedPsf.
+cv::Mat deconvolvePlane(double mu, const cv::Mat& plane, cv::Mat& result,
+                        const PreparedPsf& prepared);
+
+} // namespace clarovi::engine

@@ -1,0 +1,1 @@
+#include "literal_reference.h"
