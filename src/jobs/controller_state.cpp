@@ -1,6 +1,9 @@
 #include "controller_state.h"
 
+#include "engine/image_bridge.h"
 #include "engine/psf.h"
+
+#include <algorithm>
 
 namespace clarovi::jobs {
 
@@ -16,6 +19,25 @@ void ControllerState::setUpDefaults(float muValue, float muMinimum, float muMaxi
     currentAngle = -45.0;
     currentWidth = 0.2;
     psfImage = MakePsfD(psfLength, currentAngle, currentWidth, false);
+}
+
+void ControllerState::installPicture(const QImage& photo) {
+    // One factor for both sides, in single precision, so the longer side is exactly workingSide.
+    const float width = float(photo.width());
+    const float height = float(photo.height());
+    const float factor = std::max(width, height) / float(workingSide);
+    displayWidth = double(width / factor);
+    displayHeight = double(height / factor);
+
+    sourceImage = engine::imageWithImage(photo, QSizeF(workingSide, workingSide));
+    keepAspect = true;
+    spectrumDrawn = false;
+    spectrumImage = QImage();
+    autoSilent = false;
+    activeImage = sourceImage;
+    previewSourceImage = engine::imageWithImage(sourceImage, QSizeF(previewSide, previewSide));
+    freshImage = true;
+    motionBlur = false;
 }
 
 engine::PadParameters ControllerState::padParameters() const {

@@ -54,6 +54,12 @@ struct ControllerState {
     /// autoSilent off, the sharpness control's value and range, and the PSF of psfLength.
     void setUpDefaults(float muValue, float muMinimum, float muMaximum, float psfLength);
 
+    /// Makes photo the current picture: the display size (its own aspect, longer side
+    /// workingSide), the square working and preview copies, activeImage, and the state that
+    /// belonged to the previous picture reset (spectrum, keepAspect on, autoSilent and motionBlur
+    /// off). freshImage is set: its first computations are due.
+    void installPicture(const QImage& photo);
+
     /// What the border padding reads.
     engine::PadParameters padParameters() const;
 

@@ -1,0 +1,27 @@
+#pragma once
+
+#include "controller_state.h"
+
+#include <QImage>
+#include <opencv2/core.hpp>
+
+#include <optional>
+
+namespace clarovi::jobs {
+
+/// The square side a job brings its plane and kernel to: with keepAspect, previewSide for a quick
+/// job (autoSilent) and workingSide otherwise; 0 (keep the sizes) without keepAspect.
+int jobSide(const ControllerState& state);
+
+/// plane resized to side x side with bicubic interpolation; plane itself when side is 0.
+cv::Mat fitToSide(const cv::Mat& plane, int side);
+
+/// The kernel of a PSF picture: its grey plane brought to side (see fitToSide) and normalised to
+/// sum 1, CV_64F. std::nullopt when the picture is missing or black (length 0).
+std::optional<cv::Mat> jobKernel(const QImage& psfImage, int side);
+
+/// A restored CV_64F plane as 8 bits (saturating, rounded) without its border: the window of side
+/// (size - added) one row lower than it is to the right. A matrix of its own.
+cv::Mat trimmedEightBit(const cv::Mat& restored, int added);
+
+} // namespace clarovi::jobs

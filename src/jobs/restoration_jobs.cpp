@@ -1,0 +1,211 @@
+#include "restoration_jobs.h"
+
+#include "engine/deconvolve.h"
+#include "engine/frequency.h"
+#include "engine/image_bridge.h"
+#include "engine/log.h"
+#include "engine/padding.h"
+#include "engine/spectrum.h"
+#include "plane_restoration.h"
+
+#include <QCoreApplication>
+#include <QMetaObject>
+#include <QThread>
+#include <QtConcurrent/QtConcurrentMap>
+#include <opencv2/imgproc.hpp>
+
+#include <array>
+#include <exception>
+#include <numeric>
+
+namespace clarovi::jobs {
+
+RestorationJobs::RestorationJobs(ControllerState& state, WindowPort& window)
+    : m_state(state), m_window(window) {}
+
+QString RestorationJobs::settingsText() const {
+    return QString::asprintf(" Ø: %.1f ⟷ %.1f", double(m_window.psfLength()), m_state.currentWidth);
+}
+
+void RestorationJobs::MakeMyPSFinitial() {
+    m_state.activeImage = m_state.sourceImage;
+    m_state.psfImage =
+        m_state.MakePsfD(m_window.psfLength(), m_state.currentAngle, m_state.currentWidth, false);
+}
+
+// Runs one job's computation; a failure is reported to the window and what is shown stays.
+template <typename Work> void RestorationJobs::guarded(const char* what, Work&& work) {
+    try {
+        work();
+    } catch (const std::exception& error) {
+        m_window.reportError(QStringLiteral("The %1 failed: %2")
+                                 .arg(QString::fromUtf8(what), QString::fromUtf8(error.what())));
+    }
+}
+
+void RestorationJobs::showResultAtDisplaySize() {
+    const QImage shown = engine::imageWithImage(
+        m_state.resultImage, QSizeF(m_state.displayWidth, m_state.displayHeight));
+    // A missing result must not blank the view: later jobs only run while it shows a picture.
+    if (!shown.isNull())
+        m_window.showResult(shown);
+}
+
+void RestorationJobs::auxTrueNoMultithread() {
+    m_window.showSettings(settingsText());
+    const bool quick = m_state.autoSilent;
+    if (!quick)
+        m_window.lockEverything();
+    if (m_window.showsResult())
+        guarded("restoration", [this] { restoreGreyPreview(); });
+    showResultAtDisplaySize();
+    if (!quick)
+        m_window.unlockEverything();
+}
+
+void RestorationJobs::restoreGreyPreview() {
+    m_state.jobImage = m_state.activeImage;
+    const QSizeF jobSize(float(m_state.jobImage.width()), float(m_state.jobImage.height()));
+    const double mu = m_window.sharpness();
+
+    int added = 0;
+    m_state.workMat = engine::addPad(engine::CVGrayscaleMat(m_state.jobImage), 0.1, &added,
+                                     m_state.padParameters());
+    logLine("ADDED %d so %dx%d", added, m_state.workMat.cols, m_state.workMat.rows);
+
+    const int side = jobSide(m_state);
+    const auto kernel = jobKernel(m_state.psfImage, side);
+    if (!kernel) {
+        logLine("PSF IS EMPTY, RESTORATION SKIPPED");
+        return;
+    }
+    cv::Mat restored;
+    engine::deconvolvePlane(mu, fitToSide(m_state.workMat, side), restored, *kernel);
+    logLine("NEW S %dx%d", restored.rows - added, restored.cols - added);
+
+    m_state.resultImage = engine::imageWithCVMat(trimmedEightBit(restored, added));
+    if (m_state.keepAspect)
+        m_state.resultImage = engine::imageWithImage(m_state.resultImage, jobSize);
+}
+
+void RestorationJobs::ComputateIt(bool tiled) {
+    auto job = [this, tiled] {
+        if (!tiled)
+            auxFalse();
+    };
+    QCoreApplication* app = QCoreApplication::instance();
+    if (!app || QThread::currentThread() == app->thread())
+        job();
+    else
+        QMetaObject::invokeMethod(app, job, Qt::BlockingQueuedConnection);
+}
+
+void RestorationJobs::auxFalse() {
+    m_window.showSettings(settingsText());
+    const bool quick = m_state.autoSilent;
+    if (!quick)
+        m_window.lockEverything();
+    if (m_window.showsResult())
+        guarded("colour restoration", [this] { restoreColour(); });
+    showResultAtDisplaySize();
+    if (!quick)
+        m_window.unlockEverything();
+    logLine("RESOLUTION %fx%f", double(m_state.resultImage.width()),
+            double(m_state.resultImage.height()));
+}
+
+void RestorationJobs::restoreColour() {
+    m_state.jobImage = m_state.activeImage;
+    const QSizeF jobSize(float(m_state.jobImage.width()), float(m_state.jobImage.height()));
+
+    int added = 0;
+    cv::Mat padded =
+        engine::addPad(engine::CVMat(m_state.jobImage), 0.1, &added, m_state.padParameters());
+    logLine("ADDED %d so %dx%d", added, padded.cols, padded.rows);
+    // Red, green, blue, X: the order the picture is put back together in.
+    cv::cvtColor(padded, padded, cv::COLOR_BGR2RGBA);
+    std::array<cv::Mat, 4> planes;
+    cv::split(padded, planes.data());
+    padded.release();
+
+    const int side = jobSide(m_state);
+    const auto kernel = jobKernel(m_state.psfImage, side);
+    if (!kernel) {
+        logLine("PSF IS EMPTY, RESTORATION SKIPPED");
+        return;
+    }
+    if (m_state.spectrumImage.isNull() && !m_state.spectrumDrawn) {
+        m_state.spectrumImage = spectrumPicture(fitToSide(planes[0], side), *kernel);
+        m_state.spectrumDrawn = true;
+    }
+
+    // The three colour planes share one PSF spectrum and are restored at the same time; the X
+    // plane carries no picture data, so it is only given the trimmed size.
+    const cv::Size restoredSize = side > 0 ? cv::Size(side, side) : planes[0].size();
+    const engine::PreparedPsf prepared(*kernel, restoredSize);
+    const double mu = m_window.sharpness();
+    std::array<int, 3> colours{0, 1, 2};
+    std::array<std::exception_ptr, 3> failures;
+    QtConcurrent::blockingMap(colours, [&](int c) {
+        try {
+            cv::Mat restored;
+            engine::deconvolvePlane(mu, fitToSide(planes[c], side), restored, prepared);
+            planes[c] = trimmedEightBit(restored, added);
+        } catch (...) {
+            failures[c] = std::current_exception();
+        }
+    });
+    for (const auto& failure : failures)
+        if (failure)
+            std::rethrow_exception(failure);
+    planes[3] = cv::Mat(planes[0].size(), CV_8U, cv::Scalar(255));
+    for (int c = 0; c < 4; ++c)
+        logLine("NEW S %dx%d", restoredSize.height - added, restoredSize.width - added);
+
+    cv::Mat merged;
+    cv::merge(planes.data(), planes.size(), merged);
+    m_state.resultImage = engine::imageWithCVMat(merged);
+    if (m_state.keepAspect)
+        m_state.resultImage = engine::imageWithImage(m_state.resultImage, jobSize);
+}
+
+void RestorationJobs::spectrumCalculation() {
+    m_window.lockEverything();
+    logLine("thfg");
+    if (!m_window.showsResult()) {
+        m_window.unlockEverything();
+        m_state.spectrumImage = QImage();
+        setSpect();
+        return;
+    }
+    QImage spectrum;
+    guarded("spectrum", [&] { spectrum = computeSpectrumPicture(); });
+    m_window.unlockEverything();
+    m_state.spectrumImage = spectrum;
+    setSpect();
+}
+
+QImage RestorationJobs::computeSpectrumPicture() {
+    m_state.jobImage = m_state.sourceImage;
+    const int side = jobSide(m_state);
+    const auto kernel = jobKernel(m_state.psfImage, side);
+    if (!kernel)
+        return {};
+    return spectrumPicture(fitToSide(engine::CVGrayscaleMat(m_state.jobImage), side), *kernel);
+}
+
+// The log-magnitude spectrum of plane blurred once more by kernel, as a picture; null when the
+// product is too small to show (plane and kernel of one size give a single value).
+QImage RestorationJobs::spectrumPicture(const cv::Mat& plane, const cv::Mat& kernel) {
+    cv::Mat plane32, blurred;
+    plane.convertTo(plane32, CV_32F);
+    kernel.convertTo(m_state.convolutionMat, CV_32F);
+    engine::convolveSpectrum(plane32, m_state.convolutionMat, blurred);
+    return engine::imageWithCVMat(engine::logMagnitudeSpectrum(blurred));
+}
+
+void RestorationJobs::setSpect() {
+    m_window.showSpectrum(m_state.spectrumImage);
+}
+
+} // namespace clarovi::jobs

@@ -1,0 +1,51 @@
+#pragma once
+
+#include "controller_state.h"
+#include "window_port.h"
+
+#include <QString>
+
+namespace clarovi::jobs {
+
+/// The restorations of the main window and the spectrum beside them. Every job runs on the
+/// thread that owns the window (the main thread) and reaches the window only through its
+/// WindowPort; a job that fails reports why and leaves what is shown.
+class RestorationJobs {
+  public:
+    RestorationJobs(ControllerState& state, WindowPort& window);
+
+    /// " Ø: %.1f ⟷ %.1f" with the PSF length and the line width.
+    QString settingsText() const;
+
+    /// activeImage = sourceImage and psfImage redrawn from the sliders on its canvas.
+    void MakeMyPSFinitial();
+
+    /// The grey preview: restores activeImage's grey plane with the current PSF and sharpness
+    /// and shows the result at display size. Locks the controls around it unless autoSilent.
+    void auxTrueNoMultithread();
+
+    /// The colour restoration of activeImage; also builds the spectrum picture once per opened
+    /// picture while there is none.
+    void auxFalse();
+
+    /// Runs the colour job on the main thread and waits for it, from any thread.
+    void ComputateIt(bool tiled);
+    void runCompFalse() { ComputateIt(false); }
+
+    /// The spectrum of sourceImage blurred once more by the PSF; locks around it and shows it.
+    void spectrumCalculation();
+    void setSpect();
+
+  private:
+    void restoreGreyPreview();
+    void restoreColour();
+    QImage computeSpectrumPicture();
+    QImage spectrumPicture(const cv::Mat& plane, const cv::Mat& kernel);
+    void showResultAtDisplaySize();
+    template <typename Work> void guarded(const char* what, Work&& work);
+
+    ControllerState& m_state;
+    WindowPort& m_window;
+};
+
+} // namespace clarovi::jobs

@@ -1,0 +1,31 @@
+#pragma once
+
+#include <QImage>
+#include <QString>
+
+namespace clarovi::jobs {
+
+/// What the restoration jobs need of the window that shows them: the values of the two sliders
+/// that have no state of their own, the lock of the controls, and the places results go. The main
+/// window implements it; the command line and the tests have small ones of their own.
+class WindowPort {
+  public:
+    virtual ~WindowPort() = default;
+
+    virtual float psfLength() const = 0;  ///< the length (diameter) slider's value, pixels
+    virtual float sharpness() const = 0;  ///< the sharpness slider's value (mu)
+    virtual bool showsResult() const = 0; ///< the result view shows a picture
+
+    virtual void lockEverything() = 0;
+    /// Unlocks the controls one event-loop pass later, so work queued before it still sees them
+    /// locked.
+    virtual void unlockEverything() = 0;
+
+    virtual void showResult(const QImage& picture) = 0;
+    virtual void showSettings(const QString& text) = 0;
+    virtual void showSpectrum(const QImage& spectrum) = 0;
+    /// A job failed; the message says why. What was shown stays.
+    virtual void reportError(const QString& message) = 0;
+};
+
+} // namespace clarovi::jobs
