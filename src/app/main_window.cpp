@@ -1,1 +1,489 @@
 #include "main_window.h"
+
+#include "engine/image_bridge.h"
+#include "engine/log.h"
+#include "help_window.h"
+#include "jobs/picture_file.h"
+
+#include <QAction>
+#include <QFileDialog>
+#include <QGraphicsDropShadowEffect>
+#include <QGraphicsOpacityEffect>
+#include <QGridLayout>
+#include <QLabel>
+#include <QMenuBar>
+#include <QMessageBox>
+#include <QProgressBar>
+#include <QPushButton>
+#include <QSettings>
+#include <QTimer>
+#include <QVBoxLayout>
+
+namespace clarovi::app {
+
+namespace {
+
+constexpr auto kFirstStartKey = "firstStartnew2";
+constexpr double kReleaseDelay = 1.0; // seconds from a slider release to its restoration
+constexpr float kDimmed = 0.2f;
+
+const char* const kStyle = R"(
+QWidget#central, QWidget#sidePanel { background: #555555; }
+QWidget { color: white; }
+QLabel#maintitle { font-size: 26px; font-weight: bold; letter-spacing: 3px; }
+QLabel#settingInfo { font-size: 15px; }
+QPushButton { background: #6b6b6b; border: 1px solid #2f2f2f; border-radius: 5px;
+              padding: 6px 12px; }
+QPushButton:checked { background: #3d7be0; }
+QPushButton#movedSw { border-radius: 20px; padding: 0; font-weight: bold; }
+QWidget#neCont { background: #555555; }
+QMenuBar, QMenu { background: #4a4a4a; }
+)";
+
+QString sliderValueText(const FloatSlider* slider, int decimals) {
+    return QString::number(double(slider->floatValue()), 'f', decimals);
+}
+
+} // namespace
+
+MainWindow::MainWindow(QSettings& settings, QWidget* parent)
+    : QMainWindow(parent), m_jobs(m_state, *this), m_settings(settings) {
+    m_openChooser = [this] {
+        return QFileDialog::getOpenFileName(
+            this, tr("Open a photograph"), QString(),
+            tr("Pictures (*.png *.jpg *.tiff *.bmp *.PNG *.JPG *.JPEG *.TIFF *.BMP)"));
+    };
+    m_saveChooser = [this] {
+        return QFileDialog::getSaveFileName(this, tr("Save the restored picture"), QString(),
+                                            tr("PNG picture (*.png);;All files (*)"));
+    };
+    m_messageSink = [this](const QString& message) {
+        QMessageBox::warning(this, tr("Clarovi"), message);
+    };
+    buildControls();
+    viewDidLoad();
+}
+
+MainWindow::~MainWindow() = default;
+
+// ---------------------------------------------------------------------------------------------
+// Set-up
+
+void MainWindow::buildControls() {
+    setWindowTitle(tr("Clarovi"));
+    setStyleSheet(QString::fromLatin1(kStyle));
+    resize(1320, 860);
+
+    auto* central = new QWidget(this);
+    central->setObjectName(QStringLiteral("central"));
+    setCentralWidget(central);
+    auto* layout = new QHBoxLayout(central);
+    layout->setContentsMargins(12, 12, 12, 12);
+    layout->setSpacing(12);
+
+    img01 = new ImageView(central);
+    img01->setObjectName(QStringLiteral("img01"));
+    img01->setMinimumSize(560, 420);
+    layout->addWidget(img01, 1);
+    layout->addWidget(buildSidePanel());
+
+    // The auto mode's overlay: it covers every control while a search runs.
+    neCont = new QWidget(central);
+    neCont->setObjectName(QStringLiteral("neCont"));
+    neCont->setAttribute(Qt::WA_StyledBackground);
+    auto* overlay = new QVBoxLayout(neCont);
+    overlay->addStretch();
+    _pBar = new QProgressBar(neCont);
+    _pBar->setObjectName(QStringLiteral("_pBar"));
+    _pBar->setRange(0, 1000);
+    _loadLabelNew = new QLabel(neCont);
+    _loadLabelNew->setObjectName(QStringLiteral("_loadLabelNew"));
+    _loadLabelNew->setAlignment(Qt::AlignCenter);
+    overlay->addWidget(_pBar);
+    overlay->addWidget(_loadLabelNew);
+    overlay->addStretch();
+    neCont->hide();
+
+    auto* fileMenu = menuBar()->addMenu(tr("&File"));
+    fileMenu->addAction(tr("&Open…"), QKeySequence::Open, this, &MainWindow::pickIt);
+    fileMenu->addAction(tr("&Quit"), QKeySequence::Quit, this, &QWidget::close);
+    auto* helpMenu = menuBar()->addMenu(tr("&Help"));
+    helpMenu->addAction(tr("Clarovi &Help"), QKeySequence::HelpContents, this,
+                        &MainWindow::showHelp);
+}
+
+QWidget* MainWindow::buildSidePanel() {
+    auto* panel = new QWidget;
+    panel->setObjectName(QStringLiteral("sidePanel"));
+    panel->setFixedWidth(380);
+    auto* column = new QVBoxLayout(panel);
+    column->setContentsMargins(0, 0, 0, 0);
+
+    maintitle = new QLabel(QStringLiteral("CLAROVI"), panel);
+    maintitle->setObjectName(QStringLiteral("maintitle"));
+    maintitle->setAlignment(Qt::AlignCenter);
+    column->addWidget(maintitle);
+
+    auto* views = new QGridLayout;
+    psfPreview = new ImageView(panel);
+    psfPreview->setObjectName(QStringLiteral("psfPreview"));
+    spectrumPreview = new ImageView(panel);
+    spectrumPreview->setObjectName(QStringLiteral("spectrumPreview"));
+    spectrumPreview->setMirrored(true);
+    for (ImageView* view : {psfPreview, spectrumPreview})
+        view->setFixedSize(180, 180);
+    views->addWidget(new QLabel(tr("PSF")), 0, 0, Qt::AlignHCenter);
+    views->addWidget(new QLabel(tr("Spectrum")), 0, 1, Qt::AlignHCenter);
+    views->addWidget(psfPreview, 1, 0);
+    views->addWidget(spectrumPreview, 1, 1);
+    column->addLayout(views);
+
+    settingInfo = new QLabel(panel);
+    settingInfo->setObjectName(QStringLiteral("settingInfo"));
+    settingInfo->setAlignment(Qt::AlignCenter);
+    auto* shadow = new QGraphicsDropShadowEffect(settingInfo);
+    shadow->setColor(Qt::black);
+    shadow->setOffset(-1, 1);
+    shadow->setBlurRadius(0);
+    settingInfo->setGraphicsEffect(shadow);
+    column->addWidget(settingInfo);
+
+    auto addSlider = [&](FloatSlider*& slider, const char* name, const jobs::SliderRange& range,
+                         const QString& caption, int decimals) {
+        slider = new FloatSlider(range, panel);
+        slider->setObjectName(QString::fromLatin1(name));
+        auto* captionRow = new QHBoxLayout;
+        auto* value = new QLabel(sliderValueText(slider, decimals));
+        captionRow->addWidget(new QLabel(caption));
+        captionRow->addStretch();
+        captionRow->addWidget(value);
+        connect(slider, &QSlider::valueChanged, value,
+                [value, slider, decimals] { value->setText(sliderValueText(slider, decimals)); });
+        column->addLayout(captionRow);
+        column->addWidget(slider);
+    };
+    addSlider(psfCountD, "psfCountD", jobs::kLengthRange, tr("PSF Length / Diameter"), 1);
+    addSlider(psfAngle, "psfAngle", jobs::kAngleRange, tr("PSF Angle"), 1);
+    addSlider(anglewidth, "anglewidth", jobs::kWidthRange, tr("PSF Width"), 2);
+    addSlider(muSlider, "muSlider", jobs::kSharpnessRange, tr("Sharpness"), 5);
+
+    connect(psfCountD, &FloatSlider::dragged, this, [this] { LengthNew(false); });
+    connect(psfCountD, &FloatSlider::released, this, [this] { LengthNew(true); });
+    connect(psfAngle, &FloatSlider::dragged, this, [this] { angleNew(false); });
+    connect(psfAngle, &FloatSlider::released, this, [this] { angleNew(true); });
+    connect(anglewidth, &FloatSlider::dragged, this, [this] { widthSlider(false); });
+    connect(anglewidth, &FloatSlider::released, this, [this] { widthSlider(true); });
+    connect(muSlider, &FloatSlider::released, this, &MainWindow::muSliderChange);
+
+    auto* modeRow = new QHBoxLayout;
+    movedSw = new QPushButton(QStringLiteral("M"), panel);
+    movedSw->setObjectName(QStringLiteral("movedSw"));
+    movedSw->setCheckable(true);
+    movedSw->setFixedSize(40, 40);
+    movedSw->setToolTip(tr("Motion blur mode"));
+    ofSw = new QPushButton(tr("Out of focus"), panel);
+    ofSw->setObjectName(QStringLiteral("ofSw"));
+    ofSw->setToolTip(tr("Out-of-focus blur mode"));
+    modeRow->addWidget(movedSw);
+    modeRow->addWidget(new QLabel(tr("Motion blur")));
+    modeRow->addStretch();
+    modeRow->addWidget(ofSw);
+    column->addLayout(modeRow);
+    connect(movedSw, &QPushButton::clicked, this, &MainWindow::movedSwitch);
+    connect(ofSw, &QPushButton::clicked, this, &MainWindow::outOfFocusSelected);
+
+    auto* buttons = new QHBoxLayout;
+    openBtn = new QPushButton(tr("Open…"), panel);
+    openBtn->setObjectName(QStringLiteral("openBtn"));
+    saveBtn = new QPushButton(tr("Save"), panel);
+    saveBtn->setObjectName(QStringLiteral("saveBtn"));
+    rgbBtn = new QPushButton(QStringLiteral("RGB"), panel);
+    rgbBtn->setObjectName(QStringLiteral("rgbBtn"));
+    autobtn = new QPushButton(tr("Auto"), panel);
+    autobtn->setObjectName(QStringLiteral("autobtn"));
+    autobtn->hide();
+    for (QPushButton* button : {openBtn, saveBtn, rgbBtn, autobtn})
+        buttons->addWidget(button);
+    column->addLayout(buttons);
+    column->addStretch();
+    connect(openBtn, &QPushButton::clicked, this, &MainWindow::pickIt);
+    connect(saveBtn, &QPushButton::clicked, this, &MainWindow::SaveImage);
+    connect(rgbBtn, &QPushButton::clicked, this, &MainWindow::colorize);
+    return panel;
+}
+
+void MainWindow::viewDidLoad() {
+    psfAngle->setEnabled(false);
+    anglewidth->setEnabled(false);
+    setDimmed(psfAngle, true);
+    setDimmed(anglewidth, true);
+    img01->setBackground(Qt::black);
+    m_state.setUpDefaults(muSlider->floatValue(), muSlider->minValue(), muSlider->maxValue(),
+                          psfCountD->floatValue());
+    psfPreview->setImage(engine::flipImage(m_state.psfImage));
+    for (QWidget* control : std::initializer_list<QWidget*>{
+             muSlider, psfCountD, movedSw, saveBtn, rgbBtn, autobtn, psfAngle, anglewidth, ofSw})
+        control->setEnabled(false);
+    showFirstStartHelp();
+}
+
+void MainWindow::showFirstStartHelp() {
+    m_settings.sync();
+    if (m_settings.value(QLatin1String(kFirstStartKey), false).toBool())
+        return;
+    showHelp();
+    m_settings.setValue(QLatin1String(kFirstStartKey), true);
+    m_settings.sync();
+    if (isVisible()) {
+        raise();
+        activateWindow();
+    }
+}
+
+void MainWindow::showHelp() {
+    if (!m_helpController)
+        m_helpController = std::make_unique<HowToViewC>();
+    m_helpController->show();
+    m_helpController->raise();
+}
+
+// ---------------------------------------------------------------------------------------------
+// Locking
+
+void MainWindow::setDimmed(QWidget* control, bool dimmed) {
+    auto* effect = qobject_cast<QGraphicsOpacityEffect*>(control->graphicsEffect());
+    if (!effect) {
+        effect = new QGraphicsOpacityEffect(control);
+        control->setGraphicsEffect(effect);
+    }
+    effect->setOpacity(dimmed ? kDimmed : 1.0);
+}
+
+void MainWindow::lockEverything() {
+    maintitle->setText(QStringLiteral("LOADING"));
+    // Jobs hold the main thread; paint the title now so that "LOADING" is seen while they run.
+    maintitle->repaint();
+    for (QWidget* control : std::initializer_list<QWidget*>{psfCountD, movedSw, muSlider}) {
+        control->setEnabled(false);
+        setDimmed(control, true);
+    }
+    saveBtn->setEnabled(false);
+    rgbBtn->setEnabled(false);
+    autobtn->setEnabled(false);
+    for (QWidget* control :
+         std::initializer_list<QWidget*>{ofSw, rgbBtn, autobtn, anglewidth, psfAngle}) {
+        control->setEnabled(false);
+        setDimmed(control, true);
+    }
+}
+
+void MainWindow::unlockEverything() {
+    QTimer::singleShot(0, this, &MainWindow::auxUnlock);
+}
+
+void MainWindow::auxUnlock() {
+    maintitle->setText(QStringLiteral("CLAROVI"));
+    for (QWidget* control : std::initializer_list<QWidget*>{psfCountD, movedSw, muSlider}) {
+        control->setEnabled(true);
+        setDimmed(control, false);
+    }
+    saveBtn->setEnabled(true);
+    for (QWidget* control : std::initializer_list<QWidget*>{ofSw, rgbBtn, autobtn}) {
+        control->setEnabled(true);
+        setDimmed(control, false);
+    }
+    if (movedSw->isChecked()) {
+        for (QWidget* control : std::initializer_list<QWidget*>{anglewidth, psfAngle}) {
+            control->setEnabled(true);
+            setDimmed(control, false);
+        }
+    }
+}
+
+void MainWindow::showSettings(const QString& text) {
+    settingInfo->setText(text);
+}
+
+void MainWindow::reportError(const QString& message) {
+    qCWarning(lcClarovi).noquote() << message;
+    m_messageSink(message);
+}
+
+// ---------------------------------------------------------------------------------------------
+// Shared rules of the handlers
+
+void MainWindow::scheduleAfter(double seconds, void (jobs::RestorationJobs::*job)()) {
+    QTimer::singleShot(int(seconds * 1000), this, [this, job] { (m_jobs.*job)(); });
+}
+
+// The PSF picture beside the result: in motion mode six times longer and twenty times wider
+// than the one that restores, so that a thin line can be seen.
+void MainWindow::showDisplayPsf(double angle, double width) {
+    const float length = psfCountD->floatValue();
+    const QImage psf = movedSw->isChecked()
+                           ? m_state.MakePsfD(length * 6.0f, angle, width * 20.0, false)
+                           : m_state.MakePsfD(length, angle, width, false);
+    psfPreview->setImage(engine::flipImage(psf));
+}
+
+void MainWindow::redrawPsf() {
+    m_state.psfImage = m_state.MakePsfD(psfCountD->floatValue(), m_state.currentAngle,
+                                        m_state.currentWidth, false);
+}
+
+void MainWindow::useWorkingPicture() {
+    m_state.activeImage = m_state.sourceImage;
+    m_state.autoSilent = false;
+}
+
+// ---------------------------------------------------------------------------------------------
+// Slider handlers: a release runs the end step; a drag step keeps the label current.
+
+void MainWindow::LengthNew(bool ended) {
+    m_state.eventLength = psfCountD->floatValue();
+    logLine(ended ? "ended" : "dragging");
+    if (ended)
+        lengthEndedDragging();
+    else
+        rewriteSettingsLabel();
+}
+
+void MainWindow::angleNew(bool ended) {
+    logLine(ended ? "ended" : "dragging");
+    if (ended)
+        angleEndedDragging();
+}
+
+void MainWindow::widthSlider(bool ended) {
+    m_state.eventLength = psfCountD->floatValue();
+    logLine(ended ? "ended" : "dragging");
+    if (ended) {
+        widthEndDrag();
+    } else {
+        m_state.currentWidth = anglewidth->floatValue();
+        rewriteSettingsLabel();
+    }
+}
+
+void MainWindow::lengthEndedDragging() {
+    lockEverything();
+    rewriteSettingsLabel();
+    useWorkingPicture();
+    showDisplayPsf();
+    redrawPsf();
+    scheduleAfter(kReleaseDelay, &jobs::RestorationJobs::auxTrueNoMultithread);
+    m_jobs.setSpect();
+}
+
+void MainWindow::angleEndedDragging() {
+    lockEverything();
+    m_state.currentAngle = psfAngle->floatValue();
+    rewriteSettingsLabel();
+    useWorkingPicture();
+    redrawPsf();
+    scheduleAfter(kReleaseDelay, &jobs::RestorationJobs::auxTrueNoMultithread);
+}
+
+void MainWindow::widthEndDrag() {
+    lockEverything();
+    useWorkingPicture();
+    m_state.currentWidth = anglewidth->floatValue();
+    rewriteSettingsLabel();
+    showDisplayPsf();
+    redrawPsf();
+    scheduleAfter(kReleaseDelay, &jobs::RestorationJobs::auxTrueNoMultithread);
+    m_jobs.setSpect();
+}
+
+void MainWindow::muSliderChange() {
+    lockEverything();
+    rewriteSettingsLabel();
+    useWorkingPicture();
+    // The sharpness slider stays usable (still dimmed) while the others wait for the restoration.
+    muSlider->setEnabled(false);
+    scheduleAfter(kReleaseDelay, &jobs::RestorationJobs::auxTrueNoMultithread);
+    m_jobs.setSpect();
+    muSlider->setEnabled(true);
+}
+
+void MainWindow::movedSwitch() {
+    const bool motion = movedSw->isChecked();
+    m_state.motionBlur = motion;
+    psfAngle->setEnabled(motion);
+    anglewidth->setEnabled(motion);
+    m_state.currentAngle = psfAngle->floatValue();
+    m_state.autoSilent = false;
+    showDisplayPsf();
+    lockEverything();
+    redrawPsf();
+    m_jobs.auxTrueNoMultithread();
+    m_jobs.setSpect();
+}
+
+void MainWindow::outOfFocusSelected() {
+    movedSw->setChecked(false);
+    movedSwitch();
+}
+
+void MainWindow::colorize() {
+    lockEverything();
+    scheduleAfter(m_state.jobDelay, &jobs::RestorationJobs::runCompFalse);
+}
+
+// ---------------------------------------------------------------------------------------------
+// Opening, the first computations, saving
+
+void MainWindow::pickIt() {
+    const QString path = m_openChooser();
+    if (!path.isEmpty())
+        setImageInputForPictureTaker(path);
+}
+
+bool MainWindow::setImageInputForPictureTaker(const QString& path) {
+    const jobs::LoadedPicture picture = jobs::loadPicture(path);
+    if (picture.image.isNull()) {
+        reportError(picture.error);
+        return false;
+    }
+    pickImg(picture.image);
+    AppearActions();
+    return true;
+}
+
+void MainWindow::pickImg(const QImage& photo) {
+    m_state.installPicture(photo);
+    psfAngle->setEnabled(false);
+    anglewidth->setEnabled(false);
+    img01->setImage(engine::imageWithImage(m_state.sourceImage,
+                                           QSizeF(m_state.displayWidth, m_state.displayHeight)));
+    psfPreview->setImage(engine::flipImage(m_state.psfImage));
+    for (QWidget* control :
+         std::initializer_list<QWidget*>{muSlider, psfCountD, saveBtn, movedSw, rgbBtn})
+        control->setEnabled(true);
+    m_jobs.MakeMyPSFinitial();
+    AppearActions();
+}
+
+void MainWindow::AppearActions() {
+    if (movedSw->isChecked())
+        m_state.motionBlur = true;
+    if (m_state.freshImage) {
+        m_jobs.MakeMyPSFinitial();
+        lockEverything();
+        m_jobs.spectrumCalculation();
+        useWorkingPicture();
+        m_jobs.auxTrueNoMultithread();
+        m_state.freshImage = false;
+    }
+}
+
+void MainWindow::SaveImage() {
+    const QString chosen = m_saveChooser();
+    if (chosen.isEmpty())
+        return;
+    const QString error = jobs::savePng(shownImage(), jobs::savePathFor(chosen));
+    if (!error.isEmpty())
+        reportError(error);
+}
+
+} // namespace clarovi::app
