@@ -202,13 +202,21 @@ QWidget* MainWindow::buildSidePanel() {
     autobtn = new QPushButton(tr("Auto"), panel);
     autobtn->setObjectName(QStringLiteral("autobtn"));
     autobtn->hide();
-    for (QPushButton* button : {openBtn, saveBtn, rgbBtn, autobtn})
+    aspectBtn = new QPushButton(tr("Fixed size"), panel);
+    aspectBtn->setObjectName(QStringLiteral("aspectBtn"));
+    aspectBtn->setCheckable(true);
+    aspectBtn->setChecked(true);
+    aspectBtn->setEnabled(false);
+    aspectBtn->setToolTip(tr("On: restore at the fixed working size. Off: restore at the "
+                             "padded size and show the live preview of it."));
+    for (QPushButton* button : {openBtn, saveBtn, rgbBtn, aspectBtn, autobtn})
         buttons->addWidget(button);
     column->addLayout(buttons);
     column->addStretch();
     connect(openBtn, &QPushButton::clicked, this, &MainWindow::pickIt);
     connect(saveBtn, &QPushButton::clicked, this, &MainWindow::SaveImage);
     connect(rgbBtn, &QPushButton::clicked, this, &MainWindow::colorize);
+    connect(aspectBtn, &QPushButton::clicked, this, &MainWindow::aspectChange);
     return panel;
 }
 
@@ -318,12 +326,13 @@ void MainWindow::scheduleAfter(double seconds, void (jobs::RestorationJobs::*job
 
 // The PSF picture beside the result: in motion mode six times longer and twenty times wider
 // than the one that restores, so that a thin line can be seen.
-void MainWindow::showDisplayPsf(double angle, double width) {
+QImage MainWindow::showDisplayPsf(double angle, double width) {
     const float length = psfCountD->floatValue();
     const QImage psf = movedSw->isChecked()
                            ? m_state.MakePsfD(length * 6.0f, angle, width * 20.0, false)
                            : m_state.MakePsfD(length, angle, width, false);
     psfPreview->setImage(engine::flipImage(psf));
+    return psf;
 }
 
 void MainWindow::redrawPsf() {
@@ -337,7 +346,8 @@ void MainWindow::useWorkingPicture() {
 }
 
 // ---------------------------------------------------------------------------------------------
-// Slider handlers: a release runs the end step; a drag step keeps the label current.
+// Slider handlers: each move while the mouse holds a PSF slider runs a drag step, a live tiled
+// preview of the reduced copy; the release runs the end step, the full preview a second later.
 
 void MainWindow::LengthNew(bool ended) {
     m_state.eventLength = psfCountD->floatValue();
@@ -345,24 +355,56 @@ void MainWindow::LengthNew(bool ended) {
     if (ended)
         lengthEndedDragging();
     else
-        rewriteSettingsLabel();
+        lengthDrag();
 }
 
 void MainWindow::angleNew(bool ended) {
     logLine(ended ? "ended" : "dragging");
     if (ended)
         angleEndedDragging();
+    else
+        angleDrag();
 }
 
 void MainWindow::widthSlider(bool ended) {
     m_state.eventLength = psfCountD->floatValue();
     logLine(ended ? "ended" : "dragging");
-    if (ended) {
+    if (ended)
         widthEndDrag();
-    } else {
-        m_state.currentWidth = anglewidth->floatValue();
-        rewriteSettingsLabel();
-    }
+    else
+        widthDrag();
+}
+
+void MainWindow::lengthDrag() {
+    dragStep();
+}
+
+void MainWindow::angleDrag() {
+    m_state.currentAngle = psfAngle->floatValue();
+    dragStep();
+}
+
+void MainWindow::widthDrag() {
+    m_state.currentWidth = anglewidth->floatValue();
+    dragStep();
+}
+
+void MainWindow::dragStep() {
+    rewriteSettingsLabel();
+    m_state.activeImage = m_state.previewSourceImage;
+    m_state.autoSilent = true;
+    const QImage displayPsf = showDisplayPsf();
+    logLine("PSF SIZE %fx%f and IMG %fx%f", double(displayPsf.width()), double(displayPsf.height()),
+            double(m_state.jobImage.width()), double(m_state.jobImage.height()));
+    const float length = psfCountD->floatValue();
+    const float side = float(m_state.workingSide);
+    const float dragLength = length / side * 100.0f;
+    const double dragWidth =
+        m_state.previewSide * (m_state.currentWidth / m_state.workingSide) * 0.25;
+    m_state.psfImage = m_state.MakePsfD(dragLength, m_state.currentAngle, dragWidth, true);
+    if (m_state.keepAspect)
+        logLine("#### %f", double(length / side * 128.0f));
+    m_jobs.runCompTrue();
 }
 
 void MainWindow::lengthEndedDragging() {
@@ -425,6 +467,11 @@ void MainWindow::outOfFocusSelected() {
     movedSwitch();
 }
 
+void MainWindow::aspectChange() {
+    m_state.keepAspect = !m_state.keepAspect;
+    scheduleAfter(m_state.jobDelay, &jobs::RestorationJobs::runCompTrue);
+}
+
 void MainWindow::colorize() {
     lockEverything();
     scheduleAfter(m_state.jobDelay, &jobs::RestorationJobs::runCompFalse);
@@ -460,6 +507,8 @@ void MainWindow::pickImg(const QImage& photo) {
     for (QWidget* control :
          std::initializer_list<QWidget*>{muSlider, psfCountD, saveBtn, movedSw, rgbBtn})
         control->setEnabled(true);
+    aspectBtn->setEnabled(true);
+    aspectBtn->setChecked(m_state.keepAspect);
     m_jobs.MakeMyPSFinitial();
     AppearActions();
 }

@@ -72,6 +72,7 @@ class MainWindow : public QMainWindow, public jobs::WindowPort {
     void movedSwitch();
     void outOfFocusSelected();
     void colorize();
+    void aspectChange();
 
     void AppearActions();
     void auxUnlock();
@@ -81,12 +82,16 @@ class MainWindow : public QMainWindow, public jobs::WindowPort {
     QWidget* buildSidePanel();
     void viewDidLoad();
     void pickImg(const QImage& photo);
+    void lengthDrag();
+    void angleDrag();
+    void widthDrag();
+    void dragStep();
     void lengthEndedDragging();
     void angleEndedDragging();
     void widthEndDrag();
     void useWorkingPicture();
-    void showDisplayPsf(double angle, double width);
-    void showDisplayPsf() { showDisplayPsf(m_state.currentAngle, m_state.currentWidth); }
+    QImage showDisplayPsf(double angle, double width);
+    QImage showDisplayPsf() { return showDisplayPsf(m_state.currentAngle, m_state.currentWidth); }
     void redrawPsf();
     void rewriteSettingsLabel() { showSettings(m_jobs.settingsText()); }
     void scheduleAfter(double seconds, void (jobs::RestorationJobs::*job)());
@@ -116,6 +121,7 @@ class MainWindow : public QMainWindow, public jobs::WindowPort {
     QPushButton* rgbBtn = nullptr;
     QPushButton* autobtn = nullptr;
     QPushButton* openBtn = nullptr;
+    QPushButton* aspectBtn = nullptr;
     QLabel* settingInfo = nullptr;
     QLabel* _loadLabelNew = nullptr;
     QProgressBar* _pBar = nullptr;

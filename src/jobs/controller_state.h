@@ -46,6 +46,9 @@ struct ControllerState {
     cv::Mat workMat;        ///< the padded grey working picture of the running job
     cv::Mat convolutionMat; ///< the PSF of the last spectrum convolution
 
+    // The auto mode.
+    int autoLength = 0; ///< pixels at workingSide scale: the length of the last tiled or auto run
+
     // Per opened picture.
     bool spectrumDrawn = false; ///< the colour job has stored a spectrum for this picture
     bool freshImage = false;    ///< a picture was just opened; its first computations are due

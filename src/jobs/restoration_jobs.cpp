@@ -21,7 +21,7 @@
 namespace clarovi::jobs {
 
 RestorationJobs::RestorationJobs(ControllerState& state, WindowPort& window)
-    : m_state(state), m_window(window) {}
+    : m_state(state), m_window(window), m_tiled(state, window) {}
 
 QString RestorationJobs::settingsText() const {
     return QString::asprintf(" Ø: %.1f ⟷ %.1f", double(m_window.psfLength()), m_state.currentWidth);
@@ -90,7 +90,9 @@ void RestorationJobs::restoreGreyPreview() {
 
 void RestorationJobs::ComputateIt(bool tiled) {
     auto job = [this, tiled] {
-        if (!tiled)
+        if (tiled)
+            auxTrue();
+        else
             auxFalse();
     };
     QCoreApplication* app = QCoreApplication::instance();
