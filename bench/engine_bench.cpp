@@ -1,1 +1,75 @@
+#include "engine/image_bridge.h"
+#include "engine/padding.h"
+#include "engine/psf.h"
+
+#include <QLoggingCategory>
 #include <benchmark/benchmark.h>
+#include <opencv2/core.hpp>
+
+namespace {
+
+using namespace clarovi::engine;
+
+const QSize kWorking(2048, 2048);
+
+/// A 2048 x 2048 working picture as the open path makes it (premultiplied ARGB32) with content
+/// that no conversion can shortcut.
+QImage workingPicture() {
+    cv::Mat bgra(kWorking.height(), kWorking.width(), CV_8UC4);
+    cv::randu(bgra, 0, 256);
+    bgra.setTo(cv::Scalar(0, 0, 0, 255), cv::Mat()); // overwritten below, keeps randu's colours
+    QImage image(kWorking, QImage::Format_RGB32);
+    for (int y = 0; y < bgra.rows; ++y)
+        std::memcpy(image.scanLine(y), bgra.ptr(y), static_cast<size_t>(bgra.cols) * 4);
+    return imageWithImage(image, QSizeF(kWorking));
+}
+
+void quietLog() { QLoggingCategory::setFilterRules("clarovi.info=false"); }
+
+void BM_MakePsfD_Working(benchmark::State& state) {
+    for (auto _ : state)
+        benchmark::DoNotOptimize(MakePsfD(10.0f, -45.0, 0.2, false, true, kWorking));
+}
+BENCHMARK(BM_MakePsfD_Working)->Unit(benchmark::kMillisecond);
+
+void BM_MakePsfD_SmallCanvas(benchmark::State& state) {
+    for (auto _ : state)
+        benchmark::DoNotOptimize(MakePsfD(5.0f, -45.0, 0.2, true, true, kWorking));
+}
+BENCHMARK(BM_MakePsfD_SmallCanvas)->Unit(benchmark::kMillisecond);
+
+void BM_CVGrayscaleMat_2048(benchmark::State& state) {
+    const QImage picture = workingPicture();
+    for (auto _ : state)
+        benchmark::DoNotOptimize(CVGrayscaleMat(picture));
+}
+BENCHMARK(BM_CVGrayscaleMat_2048)->Unit(benchmark::kMillisecond);
+
+void BM_CVMat_2048(benchmark::State& state) {
+    const QImage picture = workingPicture();
+    for (auto _ : state)
+        benchmark::DoNotOptimize(CVMat(picture));
+}
+BENCHMARK(BM_CVMat_2048)->Unit(benchmark::kMillisecond);
+
+void BM_addPad_2048(benchmark::State& state) {
+    quietLog();
+    cv::Mat plane(2048, 2048, CV_8UC1);
+    cv::randu(plane, 0, 256);
+    const PadParameters parameters{
+        .eventLength = 10.0f, .muStart = 0.0035f, .muMin = 0.002f, .muMax = 0.008f};
+    int added = 0;
+    for (auto _ : state)
+        benchmark::DoNotOptimize(addPad(plane, 0.1, &added, parameters));
+}
+BENCHMARK(BM_addPad_2048)->Unit(benchmark::kMillisecond);
+
+void BM_imageWithImage_4000x3000_to_2048(benchmark::State& state) {
+    QImage photo(4000, 3000, QImage::Format_RGB32);
+    photo.fill(Qt::darkCyan);
+    for (auto _ : state)
+        benchmark::DoNotOptimize(imageWithImage(photo, QSizeF(2048, 2048)));
+}
+BENCHMARK(BM_imageWithImage_4000x3000_to_2048)->Unit(benchmark::kMillisecond);
+
+} // namespace
