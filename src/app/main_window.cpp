@@ -2,8 +2,11 @@
 
 #include "engine/image_bridge.h"
 #include "engine/log.h"
+#include "gallery_window.h"
 #include "help_window.h"
 #include "jobs/picture_file.h"
+
+#include "auto/data.h"
 
 #include <QAction>
 #include <QFileDialog>
@@ -15,6 +18,7 @@
 #include <QMessageBox>
 #include <QProgressBar>
 #include <QPushButton>
+#include <QResizeEvent>
 #include <QSettings>
 #include <QTimer>
 #include <QVBoxLayout>
@@ -47,7 +51,7 @@ QString sliderValueText(const FloatSlider* slider, int decimals) {
 } // namespace
 
 MainWindow::MainWindow(QSettings& settings, QWidget* parent)
-    : QMainWindow(parent), m_jobs(m_state, *this), m_settings(settings) {
+    : QMainWindow(parent), m_jobs(m_state, *this), m_settings(settings), m_autoRun(m_state, *this) {
     m_openChooser = [this] {
         return QFileDialog::getOpenFileName(
             this, tr("Open a photograph"), QString(),
@@ -87,29 +91,51 @@ void MainWindow::buildControls() {
     layout->addWidget(img01, 1);
     layout->addWidget(buildSidePanel());
 
-    // The auto mode's overlay: it covers every control while a search runs.
-    neCont = new QWidget(central);
-    neCont->setObjectName(QStringLiteral("neCont"));
-    neCont->setAttribute(Qt::WA_StyledBackground);
-    auto* overlay = new QVBoxLayout(neCont);
-    overlay->addStretch();
-    _pBar = new QProgressBar(neCont);
-    _pBar->setObjectName(QStringLiteral("_pBar"));
-    _pBar->setRange(0, 1000);
-    _loadLabelNew = new QLabel(neCont);
-    _loadLabelNew->setObjectName(QStringLiteral("_loadLabelNew"));
-    _loadLabelNew->setAlignment(Qt::AlignCenter);
-    overlay->addWidget(_pBar);
-    overlay->addWidget(_loadLabelNew);
-    overlay->addStretch();
-    neCont->hide();
+    buildOverlay(central);
 
     auto* fileMenu = menuBar()->addMenu(tr("&File"));
     fileMenu->addAction(tr("&Open…"), QKeySequence::Open, this, &MainWindow::pickIt);
+    fileMenu->addAction(tr("Open and &Search Automatically…"), this, [this] {
+        automatizateIt();
+        pickIt();
+    });
     fileMenu->addAction(tr("&Quit"), QKeySequence::Quit, this, &QWidget::close);
     auto* helpMenu = menuBar()->addMenu(tr("&Help"));
     helpMenu->addAction(tr("Clarovi &Help"), QKeySequence::HelpContents, this,
                         &MainWindow::showHelp);
+}
+
+// The auto mode's overlay: it covers every control while a search runs.
+void MainWindow::buildOverlay(QWidget* central) {
+    neCont = new QWidget(central);
+    neCont->setObjectName(QStringLiteral("neCont"));
+    neCont->setAttribute(Qt::WA_StyledBackground);
+    auto* overlay = new QVBoxLayout(neCont);
+    overlay->setContentsMargins(120, 0, 120, 0);
+    overlay->addStretch();
+    auto* heading = new QLabel(tr("Searching for the best setting"), neCont);
+    heading->setAlignment(Qt::AlignCenter);
+    _pBar = new QProgressBar(neCont);
+    _pBar->setObjectName(QStringLiteral("_pBar"));
+    _pBar->setRange(0, 1000); // the fraction 0 to 1, in thousandths
+    _pBar->setTextVisible(false);
+    _loadLabelNew = new QLabel(neCont);
+    _loadLabelNew->setObjectName(QStringLiteral("_loadLabelNew"));
+    _loadLabelNew->setAlignment(Qt::AlignCenter);
+    cancelBtn = new QPushButton(tr("Cancel"), neCont);
+    cancelBtn->setObjectName(QStringLiteral("cancelBtn"));
+    connect(cancelBtn, &QPushButton::clicked, &m_autoRun, &autosearch::AutoRun::cancel);
+    overlay->addWidget(heading);
+    overlay->addWidget(_pBar);
+    overlay->addWidget(_loadLabelNew);
+    overlay->addWidget(cancelBtn, 0, Qt::AlignHCenter);
+    overlay->addStretch();
+    neCont->hide();
+}
+
+void MainWindow::resizeEvent(QResizeEvent* event) {
+    QMainWindow::resizeEvent(event);
+    neCont->setGeometry(centralWidget()->rect());
 }
 
 QWidget* MainWindow::buildSidePanel() {
@@ -201,7 +227,6 @@ QWidget* MainWindow::buildSidePanel() {
     rgbBtn->setObjectName(QStringLiteral("rgbBtn"));
     autobtn = new QPushButton(tr("Auto"), panel);
     autobtn->setObjectName(QStringLiteral("autobtn"));
-    autobtn->hide();
     aspectBtn = new QPushButton(tr("Fixed size"), panel);
     aspectBtn->setObjectName(QStringLiteral("aspectBtn"));
     aspectBtn->setCheckable(true);
@@ -216,6 +241,7 @@ QWidget* MainWindow::buildSidePanel() {
     connect(openBtn, &QPushButton::clicked, this, &MainWindow::pickIt);
     connect(saveBtn, &QPushButton::clicked, this, &MainWindow::SaveImage);
     connect(rgbBtn, &QPushButton::clicked, this, &MainWindow::colorize);
+    connect(autobtn, &QPushButton::clicked, this, &MainWindow::autoBtn);
     connect(aspectBtn, &QPushButton::clicked, this, &MainWindow::aspectChange);
     return panel;
 }
@@ -451,6 +477,7 @@ void MainWindow::muSliderChange() {
 void MainWindow::movedSwitch() {
     const bool motion = movedSw->isChecked();
     m_state.motionBlur = motion;
+    autosearch::Data::getInstance().isMotionSwitchOn = motion;
     psfAngle->setEnabled(motion);
     anglewidth->setEnabled(motion);
     m_state.currentAngle = psfAngle->floatValue();
@@ -460,6 +487,10 @@ void MainWindow::movedSwitch() {
     redrawPsf();
     m_jobs.auxTrueNoMultithread();
     m_jobs.setSpect();
+}
+
+void MainWindow::setupBtn() {
+    autosearch::Data::getInstance().isMotionSwitchOn = false;
 }
 
 void MainWindow::outOfFocusSelected() {
@@ -499,6 +530,9 @@ bool MainWindow::setImageInputForPictureTaker(const QString& path) {
 
 void MainWindow::pickImg(const QImage& photo) {
     m_state.installPicture(photo);
+    autosearch::Data& shared = autosearch::Data::getInstance();
+    shared.selectedImg = m_state.sourceImage;
+    shared.isMotionSwitchOn = false;
     psfAngle->setEnabled(false);
     anglewidth->setEnabled(false);
     img01->setImage(engine::imageWithImage(m_state.sourceImage,
@@ -514,8 +548,13 @@ void MainWindow::pickImg(const QImage& photo) {
 }
 
 void MainWindow::AppearActions() {
-    if (movedSw->isChecked())
+    autosearch::Data& shared = autosearch::Data::getInstance();
+    if (shared.isMotionSwitchOn.load() || movedSw->isChecked())
         m_state.motionBlur = true;
+    if (shared.toPut.load() && !m_state.sourceImage.isNull())
+        applyPick();
+    if (m_autoRun.autoRequested)
+        m_autoRun.MainWrapper();
     if (m_state.freshImage) {
         m_jobs.MakeMyPSFinitial();
         lockEverything();
@@ -524,6 +563,63 @@ void MainWindow::AppearActions() {
         m_jobs.auxTrueNoMultithread();
         m_state.freshImage = false;
     }
+}
+
+// The setting picked in the gallery goes to the sliders and the PSF; its colour restoration
+// follows a second later (asked for twice).
+void MainWindow::applyPick() {
+    autosearch::Data& shared = autosearch::Data::getInstance();
+    const double length = shared.selectedLength.load();
+    const double angle = shared.selectedAngle.load();
+    m_jobs.MakeMyPSFfinal(length, angle);
+    lockEverything();
+    psfCountD->setFloatValue(float(length));
+    psfAngle->setFloatValue(float(angle));
+    anglewidth->setFloatValue(float(shared.selectedWidth.load()));
+    rewriteSettingsLabel();
+    useWorkingPicture();
+    const float shownLength = psfCountD->floatValue();
+    const QImage displayPsf = movedSw->isChecked()
+                                  ? m_state.MakePsfD(shownLength * 6.0f, angle, 4.0, false)
+                                  : m_state.MakePsfD(shownLength, angle, 0.2, false);
+    psfPreview->setImage(engine::flipImage(displayPsf));
+    m_state.psfImage = m_state.MakePsfD(float(length), angle, 0.2, false);
+    m_jobs.MakeMyPSFfinal(length, angle);
+    m_jobs.setSpect();
+    logLine("Executing selected prev %d with PSF SEL %f", m_state.workingSide, length);
+    shared.toPut = false;
+    scheduleAfter(kReleaseDelay, &jobs::RestorationJobs::runCompFalse);
+    scheduleAfter(kReleaseDelay, &jobs::RestorationJobs::runCompFalse);
+}
+
+// ---------------------------------------------------------------------------------------------
+// The auto run's window
+
+void MainWindow::showOverlay(bool shown) {
+    neCont->setGeometry(centralWidget()->rect());
+    neCont->setVisible(shown);
+    if (shown)
+        neCont->raise();
+    // Opening another picture mid-run would pull the state from under the search.
+    menuBar()->setEnabled(!shown);
+}
+
+void MainWindow::showProgress(double fraction) {
+    _pBar->setValue(int(std::lround(fraction * 1000)));
+}
+
+void MainWindow::showProgressText(const QString& text) {
+    _loadLabelNew->setText(text);
+}
+
+void MainWindow::showCv() {
+    m_loadingController = std::make_unique<AutoViewController>();
+    if (m_galleryTerminator)
+        m_loadingController->setTerminator(m_galleryTerminator);
+    connect(m_loadingController.get(), &AutoViewController::keepCurrentSettings, &m_autoRun,
+            &autosearch::AutoRun::keepCurrentSettings);
+    m_loadingController->show();
+    m_loadingController->raise();
 }
 
 void MainWindow::SaveImage() {

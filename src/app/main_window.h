@@ -1,5 +1,6 @@
 #pragma once
 
+#include "auto/auto_run.h"
 #include "float_slider.h"
 #include "image_view.h"
 #include "jobs/controller_state.h"
@@ -18,12 +19,13 @@ class QSettings;
 
 namespace clarovi::app {
 
+class AutoViewController;
 class HowToViewC;
 
 /// The one main window: the result, the PSF and the spectrum, the blur and sharpness controls,
 /// and the buttons. Its handlers change the shared controller state and start the restoration
 /// jobs, which reach it back through the WindowPort it implements.
-class MainWindow : public QMainWindow, public jobs::WindowPort {
+class MainWindow : public QMainWindow, public jobs::WindowPort, public autosearch::AutoWindowPort {
     Q_OBJECT
   public:
     /// Asks for a file to open or a path to save to; an empty string means cancelled.
@@ -38,10 +40,16 @@ class MainWindow : public QMainWindow, public jobs::WindowPort {
     void setOpenFileChooser(FileChooser chooser) { m_openChooser = std::move(chooser); }
     void setSaveFileChooser(FileChooser chooser) { m_saveChooser = std::move(chooser); }
     void setMessageSink(MessageSink sink) { m_messageSink = std::move(sink); }
+    /// What closing the gallery without a pick does; quits the application unless replaced.
+    void setGalleryTerminator(std::function<void()> terminate) {
+        m_galleryTerminator = std::move(terminate);
+    }
 
     jobs::ControllerState& state() { return m_state; }
     jobs::RestorationJobs& restorationJobs() { return m_jobs; }
     HowToViewC* helpWindow() const { return m_helpController.get(); }
+    AutoViewController* gallery() const { return m_loadingController.get(); }
+    autosearch::AutoRun& autoRun() { return m_autoRun; }
     /// The picture the result view shows; what Save writes.
     const QImage& shownImage() const { return img01->image(); }
 
@@ -74,8 +82,22 @@ class MainWindow : public QMainWindow, public jobs::WindowPort {
     void colorize();
     void aspectChange();
 
-    void AppearActions();
+    void autoBtn() { m_autoRun.MainWrapper(); }
+    /// Asks for an auto run as soon as the next picture is open.
+    void automatizateIt() { m_autoRun.automatizateIt(); }
+    void setupBtn();
+
+    // AutoWindowPort
+    void showOverlay(bool shown) override;
+    void showProgress(double fraction) override;
+    void showProgressText(const QString& text) override;
+    void showCv() override;
+    void AppearActions() override;
+
     void auxUnlock();
+
+  protected:
+    void resizeEvent(QResizeEvent* event) override;
 
   private:
     void buildControls();
@@ -97,6 +119,8 @@ class MainWindow : public QMainWindow, public jobs::WindowPort {
     void scheduleAfter(double seconds, void (jobs::RestorationJobs::*job)());
     void setDimmed(QWidget* control, bool dimmed);
     void showFirstStartHelp();
+    void buildOverlay(QWidget* central);
+    void applyPick();
 
     jobs::ControllerState m_state;
     jobs::RestorationJobs m_jobs;
@@ -105,6 +129,9 @@ class MainWindow : public QMainWindow, public jobs::WindowPort {
     FileChooser m_saveChooser;
     MessageSink m_messageSink;
     std::unique_ptr<HowToViewC> m_helpController;
+    std::unique_ptr<AutoViewController> m_loadingController;
+    std::function<void()> m_galleryTerminator;
+    autosearch::AutoRun m_autoRun;
 
     // Outlets, under the names the rest of the program knows them by.
     QLabel* maintitle = nullptr;
@@ -122,6 +149,7 @@ class MainWindow : public QMainWindow, public jobs::WindowPort {
     QPushButton* autobtn = nullptr;
     QPushButton* openBtn = nullptr;
     QPushButton* aspectBtn = nullptr;
+    QPushButton* cancelBtn = nullptr;
     QLabel* settingInfo = nullptr;
     QLabel* _loadLabelNew = nullptr;
     QProgressBar* _pBar = nullptr;

@@ -33,6 +33,14 @@ void RestorationJobs::MakeMyPSFinitial() {
         m_state.MakePsfD(m_window.psfLength(), m_state.currentAngle, m_state.currentWidth, false);
 }
 
+void RestorationJobs::MakeMyPSFfinal(double selectedLength, double selectedAngle) {
+    m_state.resultImage = QImage();
+    m_state.activeImage = m_state.sourceImage;
+    m_state.currentWidth = 0.2;
+    m_state.currentAngle = selectedAngle;
+    m_state.psfImage = m_state.MakePsfD(float(selectedLength), selectedAngle, 0.2, false);
+}
+
 // Runs one job's computation; a failure is reported to the window and what is shown stays.
 template <typename Work> void RestorationJobs::guarded(const char* what, Work&& work) {
     try {

@@ -21,6 +21,10 @@ class RestorationJobs {
     /// activeImage = sourceImage and psfImage redrawn from the sliders on its canvas.
     void MakeMyPSFinitial();
 
+    /// Takes a setting picked in the auto gallery: no result yet, activeImage = sourceImage,
+    /// width 0.2, the picked angle, and psfImage drawn from the picked length and angle.
+    void MakeMyPSFfinal(double selectedLength, double selectedAngle);
+
     /// The grey preview: restores activeImage's grey plane with the current PSF and sharpness
     /// and shows the result at display size. Locks the controls around it unless autoSilent.
     void auxTrueNoMultithread();
