@@ -78,15 +78,17 @@ QImage AutoSearch::ComputateAuto() {
         result.convertTo(restored, CV_8U);
     }
 
-    const int h = pad / 2;
-    cv::Rect trim(h, h + 1, restored.rows - pad, restored.cols - pad);
-    restored = restored(trim & cv::Rect(0, 0, restored.cols, restored.rows));
-    restored = centralPart(centralPart(restored));
-
-    const QImage thumbnail = engine::imageWithCVMat(restored);
+    const QImage thumbnail = engine::imageWithCVMat(thumbnailCrop(restored, pad));
     const double d = std::max(m_input.displayWidth, m_input.displayHeight) / autoSize;
     return engine::imageWithImage(thumbnail,
                                   QSizeF(m_input.displayWidth / d, m_input.displayHeight / d));
+}
+
+cv::Mat AutoSearch::thumbnailCrop(const cv::Mat& restored, int pad) {
+    const int h = pad / 2;
+    const cv::Rect trim(h, h + 1, restored.rows - pad, restored.cols - pad);
+    // Clamped: the window reaches one row beyond the plane when pad is below 2.
+    return centralPart(centralPart(restored(trim & cv::Rect(0, 0, restored.cols, restored.rows))));
 }
 
 void AutoSearch::appendStep() {

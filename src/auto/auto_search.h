@@ -53,6 +53,10 @@ class AutoSearch {
     /// border that remains once the padded plane is scaled back to src's width.
     cv::Mat addAutoPad(const cv::Mat& src, double unused, int* pad) const;
 
+    /// The thumbnail's part of a restored plane: the border cut off (the window one row lower
+    /// than it is to the right), then twice the central three quarters of each side.
+    static cv::Mat thumbnailCrop(const cv::Mat& restored, int pad);
+
     using Step = std::function<QImage()>;
     /// Replaces the restoration of one step, for tests of the grid and the progress.
     void setStep(Step step) { m_step = std::move(step); }
