@@ -51,8 +51,8 @@ QImage MakePsfD(float length, double angle, double width, bool smallCanvas, bool
 
     if (!(width > 0.0))
         return image; // a line without width covers nothing
-    // The angle is rounded to single precision before it turns the drawing, as the slider
-    // values are; cos and sin of that float then build a counter-clockwise rotation (y up).
+    // theta is computed in double and deliberately rounded to single precision: that rounding
+    // is part of how an angle is drawn. Its cos and sin give a counter-clockwise turn (y up).
     const float theta = static_cast<float>(-std::numbers::pi * angle / 180.0);
     const QTransform rotation(std::cos(theta), std::sin(theta), -std::sin(theta), std::cos(theta),
                               0, 0);

@@ -163,6 +163,9 @@ TEST(Psf, ZeroLengthIsBlackAndHasNoKernel) {
         EXPECT_FALSE(normalizedKernel(CVGrayscaleMat(psf)).has_value());
     }
     EXPECT_FALSE(normalizedKernel(cv::Mat()).has_value());
+    // A line of no width covers nothing either.
+    EXPECT_EQ(cv::countNonZero(CVGrayscaleMat(MakePsfD(10.0f, -45.0, 0.0, false, true, {64, 64}))),
+              0);
 }
 
 TEST(Psf, KernelSumsToOneInDoublePrecision) {
