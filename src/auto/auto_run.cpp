@@ -32,18 +32,7 @@ void AutoRun::MainWrapper() {
     m_window.showOverlay(true);
     m_cancel = false;
 
-    SearchInput input;
-    input.previewSourceImage = m_state.previewSourceImage;
-    input.keepAspect = m_state.keepAspect;
-    input.motionBlur = m_state.motionBlur;
-    input.workingSide = m_state.workingSide;
-    input.displayWidth = m_state.displayWidth;
-    input.displayHeight = m_state.displayHeight;
-    input.currentAngle = m_state.currentAngle;
-    input.currentWidth = m_state.currentWidth;
-    input.autoLengthEnd = m_state.autoLengthEnd;
-    input.autoAngleIndex = m_state.autoAngleIndex;
-    m_search = std::make_unique<AutoSearch>(std::move(input));
+    m_search = std::make_unique<AutoSearch>(snapshotOf(m_state));
     if (m_testStep)
         m_search->setStep(m_testStep);
 

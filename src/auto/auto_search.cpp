@@ -26,6 +26,21 @@ cv::Mat centralPart(const cv::Mat& r) {
 
 } // namespace
 
+SearchInput snapshotOf(const jobs::ControllerState& state) {
+    SearchInput input;
+    input.previewSourceImage = state.previewSourceImage;
+    input.keepAspect = state.keepAspect;
+    input.motionBlur = state.motionBlur;
+    input.workingSide = state.workingSide;
+    input.displayWidth = state.displayWidth;
+    input.displayHeight = state.displayHeight;
+    input.currentAngle = state.currentAngle;
+    input.currentWidth = state.currentWidth;
+    input.autoLengthEnd = state.autoLengthEnd;
+    input.autoAngleIndex = state.autoAngleIndex;
+    return input;
+}
+
 AutoSearch::AutoSearch(SearchInput input)
     : autoLengthEnd(input.autoLengthEnd), autoAngleIndex(input.autoAngleIndex),
       currentAngle(input.currentAngle), currentWidth(input.currentWidth),

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "data.h"
+#include "jobs/controller_state.h"
 
 #include <QImage>
 #include <opencv2/core.hpp>
@@ -26,6 +27,9 @@ struct SearchInput {
     int autoLengthEnd = 42;
     int autoAngleIndex = 0;
 };
+
+/// The search's copy of the state it reads.
+SearchInput snapshotOf(const jobs::ControllerState& state);
 
 /// Sent to the main thread after every step: everything it shows travels with it.
 struct ProgressUpdate {
