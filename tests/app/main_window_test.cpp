@@ -1,7 +1,6 @@
 #include "app/help_window.h"
-#include "app/main_window.h"
 #include "common/file_size_limit.h"
-#include "common/log_capture.h"
+#include "gui_helpers.h"
 
 #include <QFile>
 #include <QLabel>
@@ -16,27 +15,13 @@
 
 using clarovi::app::FloatSlider;
 using clarovi::app::MainWindow;
-using clarovi::testing::LogCapture;
+
+using clarovi::testing::kSample;
+using clarovi::testing::opacityOf;
+using clarovi::testing::waitFor;
+using MainWindowTest = clarovi::testing::MainWindowTest;
 
 namespace {
-
-const QString kSample = QStringLiteral(CLAROVI_DATA_DIR "/coffee-defocus.png");
-
-bool waitFor(const std::function<bool()>& condition, int milliseconds = 10000) {
-    QElapsedTimer timer;
-    timer.start();
-    while (!condition()) {
-        if (timer.elapsed() > milliseconds)
-            return false;
-        QTest::qWait(10);
-    }
-    return true;
-}
-
-double opacityOf(const QWidget* control) {
-    const auto* effect = qobject_cast<const QGraphicsOpacityEffect*>(control->graphicsEffect());
-    return effect ? effect->opacity() : 1.0;
-}
 
 // Records what the title showed each time it was painted.
 class TitlePaints : public QObject {
@@ -47,48 +32,6 @@ class TitlePaints : public QObject {
             texts << static_cast<QLabel*>(watched)->text();
         return false;
     }
-};
-
-class MainWindowTest : public ::testing::Test {
-  protected:
-    void SetUp() override {
-        settings = std::make_unique<QSettings>(dir.filePath("settings.ini"), QSettings::IniFormat);
-        settings->setValue("firstStartnew2", true);
-        createWindow();
-    }
-
-    void createWindow() {
-        window = std::make_unique<MainWindow>(*settings);
-        window->setMessageSink([this](const QString& message) { messages << message; });
-        window->show();
-        ASSERT_TRUE(QTest::qWaitForWindowExposed(window.get()));
-    }
-
-    template <typename T = QWidget> T* outlet(const char* name) const {
-        T* widget = window->findChild<T*>(QString::fromLatin1(name));
-        EXPECT_NE(widget, nullptr) << name;
-        return widget;
-    }
-    QString title() const { return outlet<QLabel>("maintitle")->text(); }
-    bool unlocked() const { return title() == QLatin1String("CLAROVI"); }
-    int restorations() const { return log.count("NEW S"); }
-
-    void openSample(const QString& path = kSample) {
-        ASSERT_TRUE(window->setImageInputForPictureTaker(path));
-        ASSERT_TRUE(waitFor([this] { return unlocked(); }));
-    }
-
-    void clickSlider(const char* name) {
-        auto* slider = outlet<FloatSlider>(name);
-        QTest::mouseClick(slider, Qt::LeftButton, {},
-                          QPoint(slider->width() / 3, slider->height() / 2));
-    }
-
-    QTemporaryDir dir;
-    std::unique_ptr<QSettings> settings;
-    std::unique_ptr<MainWindow> window;
-    QStringList messages;
-    LogCapture log;
 };
 
 const char* const kControls[] = {"muSlider", "psfCountD", "movedSw",    "saveBtn", "rgbBtn",
