@@ -47,7 +47,7 @@ AutoSearch::AutoSearch(SearchInput input)
       m_input(std::move(input)) {
     m_smallCopy = engine::imageWithImage(m_input.previewSourceImage, QSizeF(kAutoSize, kAutoSize));
     m_smallGrey = engine::CVGrayscaleMat(m_smallCopy);
-    m_step = [this] { return ComputateAuto(); };
+    m_step = [this] { return restoreThumbnail(); };
 }
 
 double AutoSearch::angleOfIndex() const {
@@ -70,9 +70,12 @@ QImage AutoSearch::ComputateAuto() {
     autoSilent = true;
     // The 512 copy of the preview picture is the same at every step: made once per search.
     activeImage = m_smallCopy;
-    const double psfLength = autoLength / double(m_input.workingSide) * autoSize;
     autoLabelLength = std::max(1, int(autoLength * kLabelFactor));
+    return m_step();
+}
 
+QImage AutoSearch::restoreThumbnail() {
+    const double psfLength = autoLength / double(m_input.workingSide) * autoSize;
     int pad = 0;
     cv::Mat plane = addAutoPad(m_smallGrey, 0.1, &pad);
     const QImage psf = engine::MakePsfD(float(psfLength), angleOfIndex(), 0.2, false,
@@ -107,7 +110,7 @@ cv::Mat AutoSearch::thumbnailCrop(const cv::Mat& restored, int pad) {
 }
 
 void AutoSearch::appendStep() {
-    const QImage thumbnail = m_step();
+    const QImage thumbnail = ComputateAuto();
     // Kept as 8-bit grey: a motion search keeps 966 of them.
     results.push_back({thumbnail.convertToFormat(QImage::Format_Grayscale8), autoLabelLength,
                        float(currentAngle)});

@@ -62,7 +62,8 @@ class AutoSearch {
     static cv::Mat thumbnailCrop(const cv::Mat& restored, int pad);
 
     using Step = std::function<QImage()>;
-    /// Replaces the restoration of one step, for tests of the grid and the progress.
+    /// Replaces the restoration of one step (what ComputateAuto does after setting the counters
+    /// and the label), for tests of the grid and the progress.
     void setStep(Step step) { m_step = std::move(step); }
 
     /// Runs the whole grid, calling post after every step. Stops after the step under way once
@@ -91,6 +92,7 @@ class AutoSearch {
     bool runMotion(const std::function<void(const ProgressUpdate&)>& post,
                    const std::atomic<bool>& cancel);
     void appendStep();
+    QImage restoreThumbnail();
     double angleOfIndex() const;
 
     SearchInput m_input;
