@@ -60,8 +60,8 @@ void convolveSpectrum(const cv::Mat& A, const cv::Mat& B, cv::Mat& C) {
     cv::Mat tempB = cv::Mat::zeros(size, B.type());
     A(window).copyTo(tempA(window));
     B(window).copyTo(tempB(window));
-    cv::dft(tempA, tempA, 0, window.height);
-    cv::dft(tempB, tempB, 0, window.height);
+    cv::dft(tempA, tempA);
+    cv::dft(tempB, tempB);
     cv::mulSpectrums(tempA, tempB, tempA, 0, false);
     cv::dft(tempA, tempA, cv::DFT_INVERSE | cv::DFT_SCALE);
     C.create(rows, cols, A.type());
