@@ -16,7 +16,12 @@ FloatSlider::FloatSlider(const jobs::SliderRange& range, QWidget* parent)
     setPageStep(0);
     setFocusPolicy(Qt::NoFocus);
     setValue(stepsOf(range.initial));
-    connect(this, &QSlider::sliderMoved, this, [this](int) { emit dragged(floatValue()); });
+    // The slider moves its value only after announcing the move; take the new position first so
+    // that a drag step reads the value of its own event.
+    connect(this, &QSlider::sliderMoved, this, [this](int position) {
+        setValue(position);
+        emit dragged(floatValue());
+    });
 }
 
 int FloatSlider::stepsOf(float value) const {

@@ -50,8 +50,8 @@ TEST_F(MainWindowTest, EveryOutletExistsUnderItsName) {
 TEST_F(MainWindowTest, ControlsAreDisabledUntilAPictureIsOpenAndItsFirstRestorationIsDone) {
     for (const char* name : kControls)
         EXPECT_FALSE(outlet(name)->isEnabled()) << name;
-    EXPECT_DOUBLE_EQ(opacityOf(outlet("psfAngle")), 0.2);
-    EXPECT_DOUBLE_EQ(opacityOf(outlet("anglewidth")), 0.2);
+    EXPECT_NEAR(opacityOf(outlet("psfAngle")), 0.2, 1e-6);
+    EXPECT_NEAR(opacityOf(outlet("anglewidth")), 0.2, 1e-6);
     EXPECT_FALSE(window->state().psfImage.isNull());
 
     TitlePaints paints;
@@ -66,10 +66,10 @@ TEST_F(MainWindowTest, ControlsAreDisabledUntilAPictureIsOpenAndItsFirstRestorat
 
     for (const char* name : {"muSlider", "psfCountD", "movedSw", "saveBtn", "rgbBtn", "ofSw"}) {
         EXPECT_TRUE(outlet(name)->isEnabled()) << name;
-        EXPECT_DOUBLE_EQ(opacityOf(outlet(name)), 1.0) << name;
+        EXPECT_NEAR(opacityOf(outlet(name)), 1.0, 1e-6) << name;
     }
     EXPECT_FALSE(outlet("psfAngle")->isEnabled());
-    EXPECT_DOUBLE_EQ(opacityOf(outlet("psfAngle")), 0.2);
+    EXPECT_NEAR(opacityOf(outlet("psfAngle")), 0.2, 1e-6);
     EXPECT_EQ(window->shownImage().size(), QSize(2048, 1365));
     EXPECT_EQ(restorations(), 1);
 }
@@ -91,7 +91,7 @@ TEST_F(MainWindowTest, ASliderReleaseRestoresOneSecondLaterAndEveryReleaseCounts
     QTest::qWait(300);
     clickSlider("muSlider");
     ASSERT_TRUE(waitFor([&] { return restorations() == before + 3; }, 4000));
-    EXPECT_EQ(log.count("ended"), 3);
+    EXPECT_EQ(log.count("ended"), 1) << "only the PSF sliders log their events";
 }
 
 TEST_F(MainWindowTest, TheMotionSwitchRestoresBeforeItsHandlerReturns) {
