@@ -242,3 +242,16 @@ TEST(ImageBridge, FlipMirrorsLeftToRightAndTwiceIsIdentity) {
     EXPECT_EQ(flipImage(flipped), image);
     EXPECT_TRUE(flipImage(QImage()).isNull());
 }
+
+TEST(ImageBridge, GreyPicturesResampleToTheSameBytesAsTheirColourCopies) {
+    QImage grey(300, 200, QImage::Format_Grayscale8);
+    for (int y = 0; y < grey.height(); ++y)
+        for (int x = 0; x < grey.width(); ++x)
+            grey.scanLine(y)[x] = uchar((x * 7 + y * 13) % 256);
+    const QImage colour = grey.convertToFormat(QImage::Format_ARGB32_Premultiplied);
+    for (const QSizeF size : {QSizeF(150, 100), QSizeF(640, 480.7), QSizeF(90, 400)}) {
+        SCOPED_TRACE(size.width());
+        EXPECT_EQ(clarovi::engine::imageWithImage(grey, size),
+                  clarovi::engine::imageWithImage(colour, size));
+    }
+}
