@@ -1,1 +1,24 @@
-int main() { return 0; }
+#include "main_window.h"
+
+#include <QApplication>
+#include <QSettings>
+#include <QTimer>
+
+int main(int argc, char* argv[]) {
+    QApplication app(argc, argv);
+    QApplication::setOrganizationName(QStringLiteral("Clarovi"));
+    QApplication::setApplicationName(QStringLiteral("Clarovi"));
+
+    QSettings settings;
+    clarovi::app::MainWindow window(settings);
+    window.show();
+
+    // A picture named on the command line opens once the window is on screen.
+    const QStringList arguments = QApplication::arguments().mid(1);
+    if (!arguments.isEmpty()) {
+        const QString path = arguments.first();
+        QTimer::singleShot(0, &window,
+                           [&window, path] { window.setImageInputForPictureTaker(path); });
+    }
+    return QApplication::exec();
+}

@@ -46,6 +46,15 @@ struct ControllerState {
     cv::Mat workMat;        ///< the padded grey working picture of the running job
     cv::Mat convolutionMat; ///< the PSF of the last spectrum convolution
 
+    // The auto mode.
+    int autoLength = 0;      ///< pixels at workingSide scale: the last tiled or auto length
+    int autoLengthEnd = 42;  ///< exclusive bound of the searched lengths; 91 after a motion search
+    int autoAngleIndex = 0;  ///< index of the angle searched last
+    int autoAngleCount = 42; ///< angles of a motion search
+    int autoLabelLength = 0; ///< label length of the latest auto restoration
+    double autoSize = 0;     ///< side of the square copy the auto mode restores
+    float autoProgress = 0;  ///< fraction of the latest search done
+
     // Per opened picture.
     bool spectrumDrawn = false; ///< the colour job has stored a spectrum for this picture
     bool freshImage = false;    ///< a picture was just opened; its first computations are due

@@ -21,7 +21,7 @@
 namespace clarovi::jobs {
 
 RestorationJobs::RestorationJobs(ControllerState& state, WindowPort& window)
-    : m_state(state), m_window(window) {}
+    : m_state(state), m_window(window), m_tiled(state, window) {}
 
 QString RestorationJobs::settingsText() const {
     return QString::asprintf(" Ø: %.1f ⟷ %.1f", double(m_window.psfLength()), m_state.currentWidth);
@@ -31,6 +31,14 @@ void RestorationJobs::MakeMyPSFinitial() {
     m_state.activeImage = m_state.sourceImage;
     m_state.psfImage =
         m_state.MakePsfD(m_window.psfLength(), m_state.currentAngle, m_state.currentWidth, false);
+}
+
+void RestorationJobs::MakeMyPSFfinal(double selectedLength, double selectedAngle) {
+    m_state.resultImage = QImage();
+    m_state.activeImage = m_state.sourceImage;
+    m_state.currentWidth = 0.2;
+    m_state.currentAngle = selectedAngle;
+    m_state.psfImage = m_state.MakePsfD(float(selectedLength), selectedAngle, 0.2, false);
 }
 
 // Runs one job's computation; a failure is reported to the window and what is shown stays.
@@ -90,7 +98,9 @@ void RestorationJobs::restoreGreyPreview() {
 
 void RestorationJobs::ComputateIt(bool tiled) {
     auto job = [this, tiled] {
-        if (!tiled)
+        if (tiled)
+            auxTrue();
+        else
             auxFalse();
     };
     QCoreApplication* app = QCoreApplication::instance();

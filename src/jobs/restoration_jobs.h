@@ -1,6 +1,7 @@
 #pragma once
 
 #include "controller_state.h"
+#include "tiled_restoration.h"
 #include "window_port.h"
 
 #include <QString>
@@ -20,6 +21,10 @@ class RestorationJobs {
     /// activeImage = sourceImage and psfImage redrawn from the sliders on its canvas.
     void MakeMyPSFinitial();
 
+    /// Takes a setting picked in the auto gallery: no result yet, activeImage = sourceImage,
+    /// width 0.2, the picked angle, and psfImage drawn from the picked length and angle.
+    void MakeMyPSFfinal(double selectedLength, double selectedAngle);
+
     /// The grey preview: restores activeImage's grey plane with the current PSF and sharpness
     /// and shows the result at display size. Locks the controls around it unless autoSilent.
     void auxTrueNoMultithread();
@@ -28,8 +33,15 @@ class RestorationJobs {
     /// picture while there is none.
     void auxFalse();
 
-    /// Runs the colour job on the main thread and waits for it, from any thread.
+    /// The live preview of the picture's preview copy, restored as 16 tiles at once.
+    void auxTrue() { m_tiled.auxTrue(); }
+    void myString() { m_tiled.myString(); }
+    bool tiledIdle() const { return m_tiled.tiledIdle(); }
+    const TiledRestoration& tiled() const { return m_tiled; }
+
+    /// Runs the tiled or the colour job on the main thread and waits for it, from any thread.
     void ComputateIt(bool tiled);
+    void runCompTrue() { ComputateIt(true); }
     void runCompFalse() { ComputateIt(false); }
 
     /// The spectrum of sourceImage blurred once more by the PSF; locks around it and shows it.
@@ -46,6 +58,7 @@ class RestorationJobs {
 
     ControllerState& m_state;
     WindowPort& m_window;
+    TiledRestoration m_tiled;
 };
 
 } // namespace clarovi::jobs

@@ -5,6 +5,11 @@
 
 namespace clarovi::jobs {
 
+/// The settings label: " Ø: %.1f ⟷ %.1f" with the PSF length and the line width.
+inline QString settingsLabel(float length, double width) {
+    return QString::asprintf(" Ø: %.1f ⟷ %.1f", double(length), width);
+}
+
 /// What the restoration jobs need of the window that shows them: the values of the two sliders
 /// that have no state of their own, the lock of the controls, and the places results go. The main
 /// window implements it; the command line and the tests have small ones of their own.

@@ -1,0 +1,95 @@
+// A drag step of the length slider end to end on the real window (offscreen), beside the
+// restoration of one tile; and the run that restores every tile at the working size.
+#include "app/main_window.h"
+#include "engine/deconvolve.h"
+#include "engine/image_bridge.h"
+#include "engine/psf.h"
+
+#include <QApplication>
+#include <QPushButton>
+#include <QSettings>
+#include <QTemporaryDir>
+#include <benchmark/benchmark.h>
+#include <opencv2/imgproc.hpp>
+
+#include <sys/resource.h>
+
+using clarovi::app::MainWindow;
+
+namespace {
+
+struct OpenWindow {
+    QTemporaryDir dir;
+    QSettings settings{dir.filePath("settings.ini"), QSettings::IniFormat};
+    std::unique_ptr<MainWindow> window;
+
+    explicit OpenWindow(bool motion) {
+        settings.setValue("firstStartnew2", true);
+        window = std::make_unique<MainWindow>(settings);
+        window->show();
+        window->setImageInputForPictureTaker(
+            QStringLiteral(CLAROVI_DATA_DIR "/coffee-defocus.png"));
+        if (motion)
+            window->findChild<QPushButton*>("movedSw")->click();
+        QApplication::processEvents();
+    }
+};
+
+void dragSteps(benchmark::State& state, bool motion) {
+    OpenWindow open(motion);
+    auto* length = open.window->findChild<clarovi::app::FloatSlider*>("psfCountD");
+    int step = 0;
+    for (auto _ : state) {
+        length->setFloatValue(float(10 + step++ % 40));
+        open.window->LengthNew(false);
+    }
+}
+
+void BM_DragStepOutOfFocus(benchmark::State& state) {
+    dragSteps(state, false);
+}
+BENCHMARK(BM_DragStepOutOfFocus)->Unit(benchmark::kMillisecond)->UseRealTime();
+
+void BM_DragStepMotion(benchmark::State& state) {
+    dragSteps(state, true);
+}
+BENCHMARK(BM_DragStepMotion)->Unit(benchmark::kMillisecond)->UseRealTime();
+
+void BM_DeconvolveTile256(benchmark::State& state) {
+    cv::Mat tile(256, 256, CV_8U);
+    cv::randu(tile, 0, 255);
+    const QImage psf = clarovi::engine::MakePsfD(5, 0, 0.2, true, false, {});
+    const cv::Mat kernel = *clarovi::engine::normalizedKernel(clarovi::engine::CVGrayscaleMat(psf));
+    cv::Mat result;
+    for (auto _ : state)
+        clarovi::engine::deconvolvePlane(0.0035, tile, result, kernel);
+}
+BENCHMARK(BM_DeconvolveTile256)->Unit(benchmark::kMillisecond)->UseRealTime();
+
+// keepAspect back on after the aspect control turned it off: all 16 tiles restored at 2048.
+void BM_TilesAtWorkingSize(benchmark::State& state) {
+    OpenWindow open(false);
+    for (auto _ : state) {
+        open.window->state().keepAspect = true;
+        open.window->state().autoSilent = false;
+        open.window->restorationJobs().runCompTrue();
+    }
+    rusage usage{};
+    getrusage(RUSAGE_SELF, &usage);
+    state.counters["peak_rss_MiB"] = double(usage.ru_maxrss) / 1024.0;
+}
+BENCHMARK(BM_TilesAtWorkingSize)->Unit(benchmark::kMillisecond)->UseRealTime()->Iterations(3);
+
+} // namespace
+
+int main(int argc, char** argv) {
+    if (qEnvironmentVariableIsEmpty("QT_QPA_PLATFORM"))
+        qputenv("QT_QPA_PLATFORM", "offscreen");
+    if (qEnvironmentVariableIsEmpty("QT_LOGGING_RULES"))
+        qputenv("QT_LOGGING_RULES", "clarovi.info=false");
+    QApplication app(argc, argv);
+    benchmark::Initialize(&argc, argv);
+    benchmark::RunSpecifiedBenchmarks();
+    benchmark::Shutdown();
+    return 0;
+}

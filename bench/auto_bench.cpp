@@ -1,0 +1,90 @@
+// One auto restoration at each border stage, the whole searches on the sample, and the
+// deconvolutions at the sizes a step restores.
+#include "auto/auto_search.h"
+#include "engine/deconvolve.h"
+#include "engine/image_bridge.h"
+#include "engine/psf.h"
+#include "jobs/job_fixtures.h"
+
+#include <QGuiApplication>
+#include <benchmark/benchmark.h>
+#include <opencv2/imgproc.hpp>
+
+#include <sys/resource.h>
+
+using namespace clarovi::autosearch;
+using clarovi::testing::OpenedPicture;
+
+namespace {
+
+const QImage& sample() {
+    static const QImage picture(QStringLiteral(CLAROVI_DATA_DIR "/coffee-defocus.png"));
+    return picture;
+}
+
+SearchInput sampleInput(bool keepAspect, bool motion) {
+    OpenedPicture opened(sample());
+    opened.state.keepAspect = keepAspect;
+    opened.state.motionBlur = motion;
+    return snapshotOf(opened.state);
+}
+
+// Arguments: the length (1, 23, 48 or 73 start the four border stages) and keepAspect.
+void BM_ComputateAuto(benchmark::State& state) {
+    AutoSearch search(sampleInput(state.range(1) != 0, false));
+    search.autoLength = int(state.range(0));
+    for (auto _ : state)
+        benchmark::DoNotOptimize(search.ComputateAuto());
+}
+BENCHMARK(BM_ComputateAuto)
+    ->ArgsProduct({{1, 23, 48, 73}, {1, 0}})
+    ->Unit(benchmark::kMillisecond)
+    ->UseRealTime();
+
+void BM_Deconvolve(benchmark::State& state) {
+    const int side = int(state.range(0));
+    cv::Mat plane(side, side, CV_8U);
+    cv::randu(plane, 0, 255);
+    const QImage psf = clarovi::engine::MakePsfD(5, 0, 0.2, false, false, QSize(512, 512));
+    const cv::Mat kernel = *clarovi::engine::normalizedKernel(clarovi::engine::CVGrayscaleMat(psf));
+    cv::Mat result;
+    for (auto _ : state)
+        clarovi::engine::deconvolvePlane(0.0035, plane, result, kernel);
+}
+BENCHMARK(BM_Deconvolve)->Arg(512)->Arg(880)->Unit(benchmark::kMillisecond)->UseRealTime();
+
+void wholeSearch(benchmark::State& state, bool motion) {
+    for (auto _ : state) {
+        AutoSearch search(sampleInput(true, motion));
+        std::atomic<bool> cancel{false};
+        search.run([](const ProgressUpdate&) {}, cancel);
+        benchmark::DoNotOptimize(search.results.size());
+    }
+    rusage usage{};
+    getrusage(RUSAGE_SELF, &usage);
+    state.counters["peak_rss_MiB"] = double(usage.ru_maxrss) / 1024.0;
+}
+
+void BM_SearchOutOfFocus(benchmark::State& state) {
+    wholeSearch(state, false);
+}
+BENCHMARK(BM_SearchOutOfFocus)->Unit(benchmark::kMillisecond)->UseRealTime()->Iterations(3);
+
+void BM_SearchMotion(benchmark::State& state) {
+    wholeSearch(state, true);
+}
+BENCHMARK(BM_SearchMotion)->Unit(benchmark::kMillisecond)->UseRealTime()->Iterations(1);
+
+} // namespace
+
+int main(int argc, char** argv) {
+    if (qEnvironmentVariableIsEmpty("QT_QPA_PLATFORM"))
+        qputenv("QT_QPA_PLATFORM", "offscreen");
+    if (qEnvironmentVariableIsEmpty("QT_LOGGING_RULES"))
+        qputenv("QT_LOGGING_RULES", "clarovi.info=false");
+    QGuiApplication app(argc, argv);
+    benchmark::Initialize(&argc, argv);
+    benchmark::RunSpecifiedBenchmarks();
+    benchmark::Shutdown();
+    return 0;
+}

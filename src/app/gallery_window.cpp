@@ -1,0 +1,108 @@
+#include "gallery_window.h"
+
+#include "engine/log.h"
+
+#include <QApplication>
+#include <QCloseEvent>
+#include <QListView>
+#include <QPainter>
+#include <QPushButton>
+#include <QVBoxLayout>
+
+namespace clarovi::app {
+
+namespace {
+constexpr int kTile = 400;
+constexpr int kBorder = 2;
+constexpr int kLabelHeight = 28;
+const QColor kDarkGrey(0x55, 0x55, 0x55);
+} // namespace
+
+QSize LabelItem::sizeHint(const QStyleOptionViewItem&, const QModelIndex&) const {
+    return {kTile, kTile};
+}
+
+void LabelItem::paint(QPainter* painter, const QStyleOptionViewItem& option,
+                      const QModelIndex& index) const {
+    if (!m_made.contains(index.row())) {
+        m_made.insert(index.row());
+        logLine("print");
+    }
+    const QRect tile = option.rect;
+    painter->save();
+    painter->fillRect(tile, kDarkGrey);
+    painter->setPen(QPen(kDarkGrey, kBorder));
+    painter->drawRect(tile.adjusted(1, 1, -1, -1));
+
+    const QRect imageArea = tile.adjusted(kBorder, kBorder, -kBorder, -kBorder - kLabelHeight);
+    const QImage thumbnail = index.data(Qt::DecorationRole).value<QImage>();
+    if (!thumbnail.isNull()) {
+        QSize fitted = thumbnail.size().scaled(imageArea.size(), Qt::KeepAspectRatio);
+        QRect target(QPoint(0, 0), fitted);
+        target.moveCenter(imageArea.center());
+        painter->setRenderHint(QPainter::SmoothPixmapTransform);
+        painter->drawImage(target, thumbnail);
+    }
+    painter->setPen(Qt::white);
+    const QRect labelArea(tile.left(), imageArea.bottom(), tile.width(), kLabelHeight);
+    painter->drawText(labelArea, Qt::AlignCenter, index.data(Qt::DisplayRole).toString());
+    painter->restore();
+}
+
+AutoViewController::AutoViewController(QWidget* parent)
+    : QWidget(parent, Qt::Window), m_terminate([] { QApplication::quit(); }) {
+    setObjectName(QStringLiteral("loadingWindow"));
+    setWindowTitle(tr("Clarovi: pick the best restoration"));
+    setAttribute(Qt::WA_StyledBackground);
+    setStyleSheet(QStringLiteral("background: #3c3c3c; color: white;"));
+    resize(3 * (kTile + 1) + 40, 2 * (kTile + 1) + 80);
+
+    m_colView = new QListView(this);
+    m_colView->setObjectName(QStringLiteral("colView"));
+    m_colView->setViewMode(QListView::IconMode);
+    m_colView->setMovement(QListView::Static);
+    m_colView->setResizeMode(QListView::Adjust);
+    m_colView->setUniformItemSizes(true);
+    m_colView->setSpacing(1);
+    m_colView->setSelectionMode(QAbstractItemView::SingleSelection);
+    m_colView->setVerticalScrollMode(QAbstractItemView::ScrollPerPixel);
+    m_colView->setItemDelegate(new LabelItem(m_colView));
+    m_colView->setModel(&m_model);
+    connect(m_colView, &QListView::clicked, this, &AutoViewController::pick);
+
+    auto* keep = new QPushButton(tr("Keep current settings"), this);
+    keep->setObjectName(QStringLiteral("keepBtn"));
+    connect(keep, &QPushButton::clicked, this, [this] {
+        m_keep = true;
+        close();
+    });
+
+    auto* layout = new QVBoxLayout(this);
+    layout->addWidget(m_colView);
+    layout->addWidget(keep, 0, Qt::AlignRight);
+}
+
+void AutoViewController::pick(const QModelIndex& index) {
+    if (!index.isValid())
+        return;
+    const autosearch::AutoResult& result = m_model.result(index.row());
+    autosearch::Data& shared = autosearch::Data::getInstance();
+    shared.selectedLength = double(result.labelLength);
+    shared.selectedAngle = double(result.angle);
+    shared.selectedWidth = 0.2;
+    shared.putImg = result.thumbnail;
+    shared.toPut = true;
+    m_pickMade = true;
+    close();
+}
+
+void AutoViewController::closeEvent(QCloseEvent* event) {
+    logLine("TERMINATE");
+    event->accept();
+    if (m_keep)
+        emit keepCurrentSettings();
+    else if (!m_pickMade)
+        m_terminate();
+}
+
+} // namespace clarovi::app

@@ -1,0 +1,187 @@
+#include "auto_search.h"
+
+#include "engine/deconvolve.h"
+#include "engine/image_bridge.h"
+#include "engine/log.h"
+#include "engine/padding.h"
+#include "engine/psf.h"
+
+#include <QElapsedTimer>
+#include <opencv2/imgproc.hpp>
+
+#include <algorithm>
+
+namespace clarovi::autosearch {
+
+namespace {
+
+constexpr double kAutoSize = 512.0;
+constexpr double kAutoMu = 0.0035;
+constexpr double kLabelFactor = 0.6190476190476191; // 13 / 21
+
+// Keeps about the central three quarters of each side, as the thumbnail zooms on the centre.
+cv::Mat centralPart(const cv::Mat& r) {
+    return r(cv::Rect(r.rows / 8, r.cols / 8, r.rows - r.rows / 4, r.cols - r.cols / 4));
+}
+
+} // namespace
+
+SearchInput snapshotOf(const jobs::ControllerState& state) {
+    SearchInput input;
+    input.previewSourceImage = state.previewSourceImage;
+    input.keepAspect = state.keepAspect;
+    input.motionBlur = state.motionBlur;
+    input.workingSide = state.workingSide;
+    input.displayWidth = state.displayWidth;
+    input.displayHeight = state.displayHeight;
+    input.currentAngle = state.currentAngle;
+    input.currentWidth = state.currentWidth;
+    input.autoLengthEnd = state.autoLengthEnd;
+    input.autoAngleIndex = state.autoAngleIndex;
+    return input;
+}
+
+AutoSearch::AutoSearch(SearchInput input)
+    : autoLengthEnd(input.autoLengthEnd), autoAngleIndex(input.autoAngleIndex),
+      currentAngle(input.currentAngle), currentWidth(input.currentWidth),
+      m_input(std::move(input)) {
+    m_smallCopy = engine::imageWithImage(m_input.previewSourceImage, QSizeF(kAutoSize, kAutoSize));
+    m_smallGrey = engine::CVGrayscaleMat(m_smallCopy);
+    m_step = [this] { return restoreThumbnail(); };
+}
+
+double AutoSearch::angleOfIndex() const {
+    return double((360 / autoAngleCount) * autoAngleIndex);
+}
+
+cv::Mat AutoSearch::addAutoPad(const cv::Mat& src, double, int* pad) const {
+    const double multiplier = double((autoLength + 2) / 25) + 3.599901585052413;
+    logLine("MULTIPLIER %f", multiplier);
+    const int border = int(multiplier * (src.rows / 18.32));
+    cv::Mat dst;
+    cv::copyMakeBorder(src, dst, border, border, border, border, cv::BORDER_REPLICATE);
+    logLine("FINAL %d", dst.rows);
+    *pad = int(float(dst.cols - src.cols) * (float(src.cols) / float(dst.cols)));
+    return dst;
+}
+
+QImage AutoSearch::ComputateAuto() {
+    autoSize = kAutoSize;
+    autoSilent = true;
+    // The 512 copy of the preview picture is the same at every step: made once per search.
+    activeImage = m_smallCopy;
+    autoLabelLength = std::max(1, int(autoLength * kLabelFactor));
+    return m_step();
+}
+
+QImage AutoSearch::restoreThumbnail() {
+    const double psfLength = autoLength / double(m_input.workingSide) * autoSize;
+    int pad = 0;
+    cv::Mat plane = addAutoPad(m_smallGrey, 0.1, &pad);
+    const QImage psf = engine::MakePsfD(float(psfLength), angleOfIndex(), 0.2, false,
+                                        m_input.motionBlur, activeImage.size());
+    cv::Mat kernel = engine::CVGrayscaleMat(psf);
+    logLine("### A TO VISUALIZE %d - %d - %f - at %d secOp %f", autoLength, m_input.workingSide,
+            autoSize, autoLabelLength, psfLength);
+
+    if (m_input.keepAspect) {
+        const cv::Size side{int(autoSize), int(autoSize)};
+        cv::resize(plane, plane, side, 0, 0, cv::INTER_CUBIC);
+        cv::resize(kernel, kernel, side, 0, 0, cv::INTER_CUBIC);
+    }
+    cv::Mat restored = plane;
+    if (const auto normalized = engine::normalizedKernel(kernel)) {
+        cv::Mat result;
+        engine::deconvolvePlane(kAutoMu, plane, result, *normalized);
+        result.convertTo(restored, CV_8U);
+    }
+
+    const QImage thumbnail = engine::imageWithCVMat(thumbnailCrop(restored, pad));
+    const double d = std::max(m_input.displayWidth, m_input.displayHeight) / autoSize;
+    return engine::imageWithImage(thumbnail,
+                                  QSizeF(m_input.displayWidth / d, m_input.displayHeight / d));
+}
+
+cv::Mat AutoSearch::thumbnailCrop(const cv::Mat& restored, int pad) {
+    const int h = pad / 2;
+    const cv::Rect trim(h, h + 1, restored.rows - pad, restored.cols - pad);
+    // Clamped: the window reaches one row beyond the plane when pad is below 2.
+    return centralPart(centralPart(restored(trim & cv::Rect(0, 0, restored.cols, restored.rows))));
+}
+
+void AutoSearch::appendStep() {
+    const QImage thumbnail = ComputateAuto();
+    // Kept as 8-bit grey: a motion search keeps 966 of them.
+    results.push_back({thumbnail.convertToFormat(QImage::Format_Grayscale8), autoLabelLength,
+                       float(currentAngle)});
+}
+
+bool AutoSearch::run(const std::function<void(const ProgressUpdate&)>& post,
+                     const std::atomic<bool>& cancel) {
+    results.clear();
+    return m_input.motionBlur ? runMotion(post, cancel) : runOutOfFocus(post, cancel);
+}
+
+bool AutoSearch::runOutOfFocus(const std::function<void(const ProgressUpdate&)>& post,
+                               const std::atomic<bool>& cancel) {
+    QElapsedTimer clock;
+    clock.start();
+    double firstStep = 0;
+    double remaining = 0;
+    autoLength = 1;
+    if (autoLengthEnd < 2)
+        return true;
+    do {
+        appendStep();
+        if (autoLength == 1) {
+            firstStep = clock.nsecsElapsed() / 1e9;
+            remaining = (autoLengthEnd - 2) * firstStep;
+        } else {
+            remaining -= firstStep;
+        }
+        autoProgress = float(autoLength * (1.0 / (autoLengthEnd - 1)));
+        post({autoLength, autoLength + 1 >= autoLengthEnd, remaining, autoProgress,
+              SearchKind::OutOfFocus});
+        ++autoLength;
+        if (cancel.load())
+            return false;
+    } while (autoLength < autoLengthEnd);
+    return true;
+}
+
+bool AutoSearch::runMotion(const std::function<void(const ProgressUpdate&)>& post,
+                           const std::atomic<bool>& cancel) {
+    QElapsedTimer clock;
+    clock.start();
+    double firstAngle = 0;
+    double remaining = 0;
+    autoLengthEnd = 91;
+    autoAngleIndex = 0;
+    if (autoAngleCount < 1)
+        return true;
+    for (; autoAngleIndex < autoAngleCount; ++autoAngleIndex) {
+        currentAngle = angleOfIndex();
+        autoProgress = float(autoAngleIndex * (1.0 / autoAngleCount));
+        currentWidth = 0.2;
+        autoLength = 1;
+        if (autoLengthEnd >= 2) {
+            do {
+                appendStep();
+                autoLength += 4;
+                if (cancel.load())
+                    return false;
+            } while (autoLength < autoLengthEnd);
+        }
+        if (autoAngleIndex == 0) {
+            firstAngle = clock.nsecsElapsed() / 1e9;
+            remaining = (autoAngleCount - 1) * firstAngle;
+        } else {
+            remaining -= firstAngle;
+        }
+        post({autoAngleIndex, autoAngleIndex + 1 >= autoAngleCount, remaining, autoProgress,
+              SearchKind::Motion});
+    }
+    return true;
+}
+
+} // namespace clarovi::autosearch

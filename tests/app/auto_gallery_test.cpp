@@ -1,0 +1,103 @@
+#include "app/gallery_window.h"
+#include "auto/data.h"
+#include "gui_helpers.h"
+
+#include <QListView>
+#include <QProgressBar>
+#include <QPushButton>
+
+using clarovi::app::AutoViewController;
+using clarovi::app::FloatSlider;
+using clarovi::autosearch::AutoResult;
+using clarovi::autosearch::Data;
+using clarovi::testing::waitFor;
+using MainWindowTest = clarovi::testing::MainWindowTest;
+
+namespace {
+
+QImage quickThumbnail() {
+    QThread::msleep(1);
+    QImage thumbnail(512, 341, QImage::Format_Grayscale8);
+    thumbnail.fill(90);
+    return thumbnail;
+}
+
+} // namespace
+
+TEST_F(MainWindowTest, AnAutoRunCoversTheWindowThenOpensTheGallery) {
+    openSample();
+    window->autoRun().setStepForTests(quickThumbnail);
+    auto* overlay = outlet("neCont");
+    QTest::mouseClick(outlet("autobtn"), Qt::LeftButton);
+    EXPECT_TRUE(overlay->isVisible());
+    EXPECT_EQ(overlay->geometry(), window->centralWidget()->rect());
+    EXPECT_EQ(outlet<QProgressBar>("_pBar")->minimum(), 0);
+    ASSERT_TRUE(waitFor([this] { return window->gallery() != nullptr; }));
+    EXPECT_EQ(outlet<QLabel>("_loadLabelNew")->text(), "Waiting for selection...");
+    EXPECT_TRUE(overlay->isVisible());
+    AutoViewController* gallery = window->gallery();
+    EXPECT_TRUE(gallery->isVisible());
+    const QAbstractItemModel* tiles = gallery->colView()->model();
+    ASSERT_EQ(tiles->rowCount(), 41);
+    EXPECT_EQ(tiles->index(0, 0).data().toString(), "Ø 1.0 ∠ -45.0");
+    EXPECT_EQ(tiles->index(40, 0).data().toString(), "Ø 25.0 ∠ -45.0");
+    EXPECT_EQ(gallery->colView()->visualRect(tiles->index(0, 0)).size(), QSize(400, 400));
+    EXPECT_GE(log.count("print"), 1);
+
+    // "Keep current settings": the window comes back as it was, and the application goes on.
+    const QImage shown = window->shownImage();
+    QTest::mouseClick(gallery->findChild<QPushButton*>("keepBtn"), Qt::LeftButton);
+    EXPECT_FALSE(gallery->isVisible());
+    EXPECT_FALSE(overlay->isVisible());
+    EXPECT_EQ(terminations, 0);
+    EXPECT_EQ(log.count("TERMINATE"), 1);
+    QTest::qWait(300);
+    EXPECT_EQ(window->shownImage(), shown);
+    EXPECT_TRUE(unlocked());
+}
+
+TEST_F(MainWindowTest, PickingTheFirstTileOfAMotionRunTakesItsSettings) {
+    openSample();
+    QTest::mouseClick(outlet("movedSw"), Qt::LeftButton);
+    ASSERT_TRUE(waitFor([this] { return unlocked(); }));
+    window->autoRun().setStepForTests(quickThumbnail);
+    window->autoBtn();
+    ASSERT_TRUE(waitFor([this] { return window->gallery() != nullptr; }, 60000));
+    AutoViewController* gallery = window->gallery();
+    QListView* view = gallery->colView();
+    ASSERT_EQ(view->model()->rowCount(), 966);
+    EXPECT_EQ(view->model()->index(0, 0).data().toString(), "Ø 1.0 ∠ 0.0");
+
+    QTest::mouseClick(view->viewport(), Qt::LeftButton, {},
+                      view->visualRect(view->model()->index(0, 0)).center());
+    Data& shared = Data::getInstance();
+    EXPECT_DOUBLE_EQ(shared.selectedLength, 1.0);
+    EXPECT_DOUBLE_EQ(shared.selectedAngle, 0.0);
+    EXPECT_DOUBLE_EQ(shared.selectedWidth, 0.2);
+    EXPECT_TRUE(shared.toPut);
+    EXPECT_FALSE(gallery->isVisible());
+    EXPECT_EQ(terminations, 0);
+    EXPECT_EQ(log.count("TERMINATE"), 1);
+
+    // The next tick of the pick timer applies it, and the colour restoration follows.
+    ASSERT_TRUE(waitFor([&] { return !shared.toPut; }, 3000));
+    EXPECT_FALSE(outlet("neCont")->isVisible());
+    EXPECT_FLOAT_EQ(outlet<FloatSlider>("psfCountD")->floatValue(), 1.0f);
+    EXPECT_FLOAT_EQ(outlet<FloatSlider>("psfAngle")->floatValue(), 0.0f);
+    EXPECT_FLOAT_EQ(outlet<FloatSlider>("anglewidth")->floatValue(), 0.2f);
+    EXPECT_DOUBLE_EQ(window->state().currentWidth, 0.2);
+    EXPECT_EQ(title(), "LOADING");
+    ASSERT_TRUE(waitFor([this] { return log.count("RESOLUTION") == 2; }, 10000));
+    EXPECT_EQ(window->shownImage().size(), QSize(2048, 1365));
+    EXPECT_TRUE(window->shownImage().pixelColor(1000, 600).isValid());
+}
+
+TEST_F(MainWindowTest, ClosingTheGalleryWithoutAPickQuits) {
+    Data::getInstance().arrayOfData = {AutoResult{quickThumbnail(), 3, 16.0f}};
+    window->showCv();
+    AutoViewController* gallery = window->gallery();
+    ASSERT_EQ(gallery->colView()->model()->index(0, 0).data().toString(), "Ø 3.0 ∠ 16.0");
+    gallery->close();
+    EXPECT_EQ(terminations, 1);
+    EXPECT_EQ(log.count("TERMINATE"), 1);
+}
