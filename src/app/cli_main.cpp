@@ -1,3 +1,109 @@
-int main() {
+#include "cli_options.h"
+#include "engine/image_bridge.h"
+#include "jobs/controller_state.h"
+#include "jobs/headless_window.h"
+#include "jobs/picture_file.h"
+#include "jobs/restoration_jobs.h"
+#include "jobs/slider_ranges.h"
+
+#include <QCoreApplication>
+
+#include <cstdio>
+#include <exception>
+
+namespace {
+
+using namespace clarovi;
+
+// A refusal or failure is one line on stderr, so that scripts can show it as it stands.
+void printError(const QString& message) {
+    std::fprintf(stderr, "clarovi-cli: %s\n", message.simplified().toUtf8().constData());
+}
+
+// What the window's set-up and its open step leave behind: the starting state, the photograph
+// installed and shown at display size, which is what lets the jobs restore it.
+void openLikeTheWindow(jobs::ControllerState& state, jobs::HeadlessWindow& window,
+                       const QImage& photo) {
+    state.setUpDefaults(jobs::kSharpnessRange.initial, jobs::kSharpnessRange.minimum,
+                        jobs::kSharpnessRange.maximum, window.length);
+    state.installPicture(photo);
+    window.shown =
+        engine::imageWithImage(state.sourceImage, QSizeF(state.displayWidth, state.displayHeight));
+}
+
+// The controls set as the user would leave them. Releasing the length slider, or the width slider
+// (usable only in motion mode), records the length for the border padding; an untouched slider
+// leaves it at 0, as after opening.
+void applyOptions(const app::CliOptions& options, jobs::ControllerState& state,
+                  jobs::HeadlessWindow& window) {
+    window.length = options.lengthOrInitial();
+    window.mu = options.sharpness;
+    state.motionBlur = options.motion;
+    state.currentAngle = options.angle;
+    state.currentWidth = options.widthOrInitial();
+    const bool lengthReleased = options.length || (options.motion && options.width);
+    state.eventLength = lengthReleased ? window.length : 0.0f;
+}
+
+// The first computations of a fresh picture, then the colour restoration when asked for.
+void restore(const app::CliOptions& options, jobs::ControllerState& state,
+             jobs::RestorationJobs& restorations) {
+    restorations.MakeMyPSFinitial();
+    restorations.spectrumCalculation();
+    state.activeImage = state.sourceImage;
+    state.autoSilent = false;
+    restorations.auxTrueNoMultithread();
+    if (options.rgb)
+        restorations.runCompFalse();
+}
+
+int run(const app::CliOptions& options) {
+    const jobs::LoadedPicture loaded = jobs::loadPicture(options.input);
+    if (loaded.image.isNull()) {
+        printError(loaded.error);
+        return 1;
+    }
+    jobs::ControllerState state;
+    jobs::HeadlessWindow window;
+    openLikeTheWindow(state, window, loaded.image);
+    applyOptions(options, state, window);
+    jobs::RestorationJobs restorations(state, window);
+    restore(options, state, restorations);
+    if (!window.errors.isEmpty()) {
+        for (const QString& error : window.errors)
+            printError(error);
+        return 1;
+    }
+    const QString saveError = jobs::savePng(window.shown, options.output);
+    if (!saveError.isEmpty()) {
+        printError(saveError);
+        return 1;
+    }
     return 0;
+}
+
+} // namespace
+
+int main(int argc, char** argv) {
+    QCoreApplication application(argc, argv);
+    QCoreApplication::setApplicationName(QStringLiteral("clarovi-cli"));
+    const app::CliParseResult parsed = app::parseCliOptions(QCoreApplication::arguments());
+    switch (parsed.outcome) {
+    case app::CliParseResult::Outcome::Help:
+        std::fputs(parsed.message.toUtf8().constData(), stdout);
+        return 0;
+    case app::CliParseResult::Outcome::Error:
+        printError(parsed.message);
+        return 2;
+    case app::CliParseResult::Outcome::Run:
+        break;
+    }
+    // The set-up outside the jobs (the first PSF, the working copies) can fail as well, for
+    // instance for lack of memory; it ends the run with its reason like any other failure.
+    try {
+        return run(parsed.options);
+    } catch (const std::exception& error) {
+        printError(QString::fromUtf8(error.what()));
+        return 1;
+    }
 }

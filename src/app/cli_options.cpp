@@ -1,1 +1,124 @@
 #include "cli_options.h"
+
+#include <QCommandLineParser>
+
+#include <cmath>
+
+namespace clarovi::app {
+
+namespace {
+
+using jobs::SliderRange;
+
+// One numeric option: its name, the slider whose range it takes, and its help line.
+struct NumberOption {
+    QCommandLineOption option;
+    const SliderRange& range;
+};
+
+QString rangeText(const SliderRange& range) {
+    return QStringLiteral("%1 to %2").arg(double(range.minimum)).arg(double(range.maximum));
+}
+
+QCommandLineOption numberOption(const QString& name, const QString& what,
+                                const SliderRange& range) {
+    return QCommandLineOption(name,
+                              QStringLiteral("%1, %2 (default %3).")
+                                  .arg(what, rangeText(range))
+                                  .arg(double(range.initial)),
+                              name.toUpper());
+}
+
+CliParseResult refusal(const QString& reason) {
+    return {CliParseResult::Outcome::Error, {}, reason};
+}
+
+// The value of a given numeric option, or why it is refused. The range is checked in single
+// precision, the sliders' own precision, so that the printed limits themselves are accepted.
+std::optional<float> readNumber(const QCommandLineParser& parser, const NumberOption& number,
+                                QString& error) {
+    const QString text = parser.value(number.option);
+    const QString name = QStringLiteral("--") + number.option.names().constFirst();
+    bool ok = false;
+    const double value = text.toDouble(&ok);
+    if (!ok || !std::isfinite(value)) {
+        error = QStringLiteral("%1 expects a number, not \"%2\"").arg(name, text);
+        return std::nullopt;
+    }
+    const float single = float(value);
+    if (!number.range.contains(double(single))) {
+        error = QStringLiteral("%1 %2 is outside %3").arg(name, text, rangeText(number.range));
+        return std::nullopt;
+    }
+    return single;
+}
+
+} // namespace
+
+CliParseResult parseCliOptions(const QStringList& arguments) {
+    QCommandLineParser parser;
+    parser.setApplicationDescription(QStringLiteral(
+        "Restores a blurred photograph and writes the result as PNG: the grey preview, or the "
+        "colour restoration with --rgb, at the photograph's aspect ratio, longer side 2048."));
+    const QCommandLineOption helpOption = parser.addHelpOption();
+    const QCommandLineOption motionOption(
+        QStringLiteral("motion"),
+        QStringLiteral("Motion blur (a line) instead of defocus (a disk)."));
+    const QCommandLineOption rgbOption(
+        QStringLiteral("rgb"), QStringLiteral("Restore in colour, not only the grey preview."));
+    const NumberOption length{numberOption(QStringLiteral("length"),
+                                           QStringLiteral("PSF length or disk diameter in pixels"),
+                                           jobs::kLengthRange),
+                              jobs::kLengthRange};
+    const NumberOption angle{numberOption(QStringLiteral("angle"),
+                                          QStringLiteral("Motion angle in degrees"),
+                                          jobs::kAngleRange),
+                             jobs::kAngleRange};
+    const NumberOption width{numberOption(QStringLiteral("width"),
+                                          QStringLiteral("Motion line width in pixels"),
+                                          jobs::kWidthRange),
+                             jobs::kWidthRange};
+    const NumberOption sharpness{numberOption(QStringLiteral("sharpness"),
+                                              QStringLiteral("Sharpness mu"),
+                                              jobs::kSharpnessRange),
+                                 jobs::kSharpnessRange};
+    parser.addOption(motionOption);
+    for (const NumberOption* number : {&length, &angle, &width, &sharpness})
+        parser.addOption(number->option);
+    parser.addOption(rgbOption);
+    parser.addPositionalArgument(QStringLiteral("INPUT"),
+                                 QStringLiteral("Photograph to restore (PNG, JPEG, TIFF, BMP)."));
+    parser.addPositionalArgument(QStringLiteral("OUTPUT"), QStringLiteral("PNG file to write."));
+
+    if (!parser.parse(arguments))
+        return refusal(parser.errorText());
+    if (parser.isSet(helpOption) || parser.isSet(QStringLiteral("help-all")))
+        return {CliParseResult::Outcome::Help, {}, parser.helpText()};
+
+    CliOptions options;
+    QString error;
+    auto given = [&](const NumberOption& number) -> std::optional<float> {
+        if (!error.isEmpty() || !parser.isSet(number.option))
+            return std::nullopt;
+        return readNumber(parser, number, error);
+    };
+    options.length = given(length);
+    options.angle = given(angle).value_or(options.angle);
+    options.width = given(width);
+    options.sharpness = given(sharpness).value_or(options.sharpness);
+    if (!error.isEmpty())
+        return refusal(error);
+
+    const QStringList files = parser.positionalArguments();
+    if (files.size() != 2)
+        return refusal(QStringLiteral("expected INPUT and OUTPUT, got %1 file argument%2")
+                           .arg(files.size())
+                           .arg(files.size() == 1 ? "" : "s"));
+    options.input = files[0];
+    options.output = files[1];
+    options.motion = parser.isSet(motionOption);
+    options.rgb = parser.isSet(rgbOption);
+    return {CliParseResult::Outcome::Run, options, {}};
+}
+
+} // namespace clarovi::app

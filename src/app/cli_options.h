@@ -1,1 +1,41 @@
 #pragma once
+
+#include "jobs/slider_ranges.h"
+
+#include <QString>
+#include <QStringList>
+
+#include <optional>
+
+namespace clarovi::app {
+
+/// What one run of clarovi-cli restores and how. Values left out are the sliders' starting values.
+struct CliOptions {
+    QString input;  ///< the photograph to restore
+    QString output; ///< the PNG to write, used as given
+    bool motion = false;
+    bool rgb = false;
+    std::optional<float> length; ///< set when --length was given: the length slider was released
+    float angle = jobs::kAngleRange.initial;
+    std::optional<float> width; ///< set when --width was given
+    float sharpness = jobs::kSharpnessRange.initial;
+
+    float lengthOrInitial() const { return length.value_or(jobs::kLengthRange.initial); }
+    float widthOrInitial() const { return width.value_or(jobs::kWidthRange.initial); }
+};
+
+/// The outcome of reading the command line: options to run with, a help text to print, or a
+/// one-line reason the arguments were refused.
+struct CliParseResult {
+    enum class Outcome { Run, Help, Error };
+    Outcome outcome = Outcome::Error;
+    CliOptions options; ///< meaningful for Run
+    QString message;    ///< the help text for Help, the reason for Error
+};
+
+/// Reads arguments (the program name first, as QCoreApplication::arguments() gives them).
+/// Refuses unknown options, numbers that do not parse or lie outside their slider's range, and
+/// anything but exactly two positional arguments.
+CliParseResult parseCliOptions(const QStringList& arguments);
+
+} // namespace clarovi::app
