@@ -1,3 +1,4 @@
+#include "auto/auto_search.h"
 #include "cli_options.h"
 #include "engine/image_bridge.h"
 #include "jobs/controller_state.h"
@@ -7,6 +8,8 @@
 #include "jobs/slider_ranges.h"
 
 #include <QCoreApplication>
+#include <QDir>
+#include <QSaveFile>
 
 #include <cstdio>
 #include <exception>
@@ -45,16 +48,65 @@ void applyOptions(const app::CliOptions& options, jobs::ControllerState& state,
     state.eventLength = lengthReleased ? window.length : 0.0f;
 }
 
-// The first computations of a fresh picture, then the colour restoration when asked for.
+// The first computations of a fresh picture, then the colour restoration when asked for; or
+// the live preview of one drag step of the length slider.
 void restore(const app::CliOptions& options, jobs::ControllerState& state,
              jobs::RestorationJobs& restorations) {
     restorations.MakeMyPSFinitial();
+    if (options.tiled) {
+        state.eventLength = options.lengthOrInitial();
+        restorations.dragStep();
+        return;
+    }
     restorations.spectrumCalculation();
     state.activeImage = state.sourceImage;
     state.autoSilent = false;
     restorations.auxTrueNoMultithread();
     if (options.rgb)
         restorations.runCompFalse();
+}
+
+// Every thumbnail as OUTDIR/NNNN.png and their index.csv; an empty string, or why not.
+QString writeSearch(const std::vector<autosearch::AutoResult>& results, const QString& folder) {
+    if (!QDir().mkpath(folder))
+        return QStringLiteral("Cannot create the folder \u201c%1\u201d.").arg(folder);
+    const QDir dir(folder);
+    QString index = QStringLiteral("index,searched length,label length,angle\n");
+    for (size_t k = 0; k < results.size(); ++k) {
+        const autosearch::AutoResult& result = results[k];
+        const QString name = QStringLiteral("%1.png").arg(k, 4, 10, QLatin1Char('0'));
+        if (const QString error = jobs::savePng(result.thumbnail, dir.filePath(name));
+            !error.isEmpty())
+            return error;
+        index += QStringLiteral("%1,%2,%3,%4\n")
+                     .arg(k)
+                     .arg(result.searchedLength)
+                     .arg(result.labelLength)
+                     .arg(double(result.angle));
+    }
+    QSaveFile file(dir.filePath(QStringLiteral("index.csv")));
+    if (!file.open(QIODevice::WriteOnly) || file.write(index.toUtf8()) < 0 || !file.commit())
+        return QStringLiteral("Cannot save \u201cindex.csv\u201d: %1.").arg(file.errorString());
+    return {};
+}
+
+// The automatic search of the window's auto button, without the window: progress on stderr as
+// the overlay shows it, every result written out. Picking one is the window's business.
+int runSearch(const app::CliOptions& options, jobs::ControllerState& state) {
+    autosearch::AutoSearch search(autosearch::snapshotOf(state));
+    const std::atomic<bool> cancel{false};
+    search.run(
+        [](const autosearch::ProgressUpdate& update) {
+            std::fprintf(stderr, "%3.0f%%  Remaining time: %.0f\n", 100.0 * update.fraction,
+                         update.remaining);
+        },
+        cancel);
+    const QString error = writeSearch(search.results, options.autoDir);
+    if (!error.isEmpty()) {
+        printError(error);
+        return 1;
+    }
+    return 0;
 }
 
 int run(const app::CliOptions& options) {
@@ -67,6 +119,8 @@ int run(const app::CliOptions& options) {
     jobs::HeadlessWindow window;
     openLikeTheWindow(state, window, loaded.image);
     applyOptions(options, state, window);
+    if (!options.autoDir.isEmpty())
+        return runSearch(options, state);
     jobs::RestorationJobs restorations(state, window);
     restore(options, state, restorations);
     if (!window.errors.isEmpty()) {

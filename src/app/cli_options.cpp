@@ -59,7 +59,9 @@ CliParseResult parseCliOptions(const QStringList& arguments) {
     QCommandLineParser parser;
     parser.setApplicationDescription(QStringLiteral(
         "Restores a blurred photograph and writes the result as PNG: the grey preview, or the "
-        "colour restoration with --rgb, at the photograph's aspect ratio, longer side 2048."));
+        "colour restoration with --rgb, at the photograph's aspect ratio, longer side 2048; "
+        "with --tiled the live preview of a slider drag (longer side 1024); with --auto the "
+        "thumbnails of the automatic search, one PNG each, and their index.csv."));
     const QCommandLineOption helpOption = parser.addHelpOption();
     const QCommandLineOption motionOption(
         QStringLiteral("motion"),
@@ -86,6 +88,15 @@ CliParseResult parseCliOptions(const QStringList& arguments) {
     for (const NumberOption* number : {&length, &angle, &width, &sharpness})
         parser.addOption(number->option);
     parser.addOption(rgbOption);
+    const QCommandLineOption tiledOption(
+        QStringLiteral("tiled"),
+        QStringLiteral("Write the live preview a drag of the length slider shows."));
+    const QCommandLineOption autoOption(
+        QStringLiteral("auto"),
+        QStringLiteral("Run the automatic search and write its thumbnails into OUTDIR."),
+        QStringLiteral("OUTDIR"));
+    parser.addOption(tiledOption);
+    parser.addOption(autoOption);
     parser.addPositionalArgument(QStringLiteral("INPUT"),
                                  QStringLiteral("Photograph to restore (PNG, JPEG, TIFF, BMP)."));
     parser.addPositionalArgument(QStringLiteral("OUTPUT"), QStringLiteral("PNG file to write."));
@@ -110,12 +121,22 @@ CliParseResult parseCliOptions(const QStringList& arguments) {
         return refusal(error);
 
     const QStringList files = parser.positionalArguments();
-    if (files.size() != 2)
-        return refusal(QStringLiteral("expected INPUT and OUTPUT, got %1 file argument%2")
-                           .arg(files.size())
-                           .arg(files.size() == 1 ? "" : "s"));
+    options.autoDir = parser.value(autoOption);
+    const bool search = parser.isSet(autoOption);
+    if (search && options.autoDir.isEmpty())
+        return refusal(QStringLiteral("--auto expects a folder"));
+    const qsizetype expected = search ? 1 : 2;
+    if (files.size() != expected)
+        return refusal(
+            QStringLiteral("expected %1, got %2 file argument%3")
+                .arg(search ? QStringLiteral("INPUT") : QStringLiteral("INPUT and OUTPUT"))
+                .arg(files.size())
+                .arg(files.size() == 1 ? "" : "s"));
     options.input = files[0];
-    options.output = files[1];
+    options.output = search ? QString() : files[1];
+    options.tiled = parser.isSet(tiledOption);
+    if (options.tiled && (search || parser.isSet(rgbOption)))
+        return refusal(QStringLiteral("--tiled goes with neither --rgb nor --auto"));
     options.motion = parser.isSet(motionOption);
     options.rgb = parser.isSet(rgbOption);
     return {CliParseResult::Outcome::Run, options, {}};

@@ -15,6 +15,8 @@ struct CliOptions {
     QString output; ///< the PNG to write, used as given
     bool motion = false;
     bool rgb = false;
+    bool tiled = false;          ///< one live preview, as a drag step of the length slider makes it
+    QString autoDir;             ///< set for --auto: the folder the search's thumbnails go to
     std::optional<float> length; ///< set when --length was given: the length slider was released
     float angle = jobs::kAngleRange.initial;
     std::optional<float> width; ///< set when --width was given

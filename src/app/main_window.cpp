@@ -416,21 +416,12 @@ void MainWindow::widthDrag() {
 }
 
 void MainWindow::dragStep() {
-    rewriteSettingsLabel();
-    m_state.activeImage = m_state.previewSourceImage;
-    m_state.autoSilent = true;
-    const QImage displayPsf = showDisplayPsf();
-    logLine("PSF SIZE %fx%f and IMG %fx%f", double(displayPsf.width()), double(displayPsf.height()),
-            double(m_state.jobImage.width()), double(m_state.jobImage.height()));
-    const float length = psfCountD->floatValue();
-    const float side = float(m_state.workingSide);
-    const float dragLength = length / side * 100.0f;
-    const double dragWidth =
-        m_state.previewSide * (m_state.currentWidth / m_state.workingSide) * 0.25;
-    m_state.psfImage = m_state.MakePsfD(dragLength, m_state.currentAngle, dragWidth, true);
-    if (m_state.keepAspect)
-        logLine("#### %f", double(length / side * 128.0f));
-    m_jobs.runCompTrue();
+    m_jobs.dragStep([this] {
+        const QImage displayPsf = showDisplayPsf();
+        logLine("PSF SIZE %fx%f and IMG %fx%f", double(displayPsf.width()),
+                double(displayPsf.height()), double(m_state.jobImage.width()),
+                double(m_state.jobImage.height()));
+    });
 }
 
 void MainWindow::lengthEndedDragging() {

@@ -113,7 +113,7 @@ void AutoSearch::appendStep() {
     const QImage thumbnail = ComputateAuto();
     // Kept as 8-bit grey: a motion search keeps 966 of them.
     results.push_back({thumbnail.convertToFormat(QImage::Format_Grayscale8), autoLabelLength,
-                       float(currentAngle)});
+                       float(currentAngle), autoLength});
 }
 
 bool AutoSearch::run(const std::function<void(const ProgressUpdate&)>& post,
@@ -127,21 +127,18 @@ bool AutoSearch::runOutOfFocus(const std::function<void(const ProgressUpdate&)>&
     QElapsedTimer clock;
     clock.start();
     double firstStep = 0;
-    double remaining = 0;
     autoLength = 1;
     if (autoLengthEnd < 2)
         return true;
     do {
         appendStep();
-        if (autoLength == 1) {
+        if (autoLength == 1)
             firstStep = clock.nsecsElapsed() / 1e9;
-            remaining = (autoLengthEnd - 2) * firstStep;
-        } else {
-            remaining -= firstStep;
-        }
         autoProgress = float(autoLength * (1.0 / (autoLengthEnd - 1)));
-        post({autoLength, autoLength + 1 >= autoLengthEnd, remaining, autoProgress,
-              SearchKind::OutOfFocus});
+        // The first step's duration for every step left: counted rather than subtracted step by
+        // step, so that the last step shows exactly 0.
+        post({autoLength, autoLength + 1 >= autoLengthEnd,
+              (autoLengthEnd - 1 - autoLength) * firstStep, autoProgress, SearchKind::OutOfFocus});
         ++autoLength;
         if (cancel.load())
             return false;
@@ -154,7 +151,6 @@ bool AutoSearch::runMotion(const std::function<void(const ProgressUpdate&)>& pos
     QElapsedTimer clock;
     clock.start();
     double firstAngle = 0;
-    double remaining = 0;
     autoLengthEnd = 91;
     autoAngleIndex = 0;
     if (autoAngleCount < 1)
@@ -172,13 +168,10 @@ bool AutoSearch::runMotion(const std::function<void(const ProgressUpdate&)>& pos
                     return false;
             } while (autoLength < autoLengthEnd);
         }
-        if (autoAngleIndex == 0) {
+        if (autoAngleIndex == 0)
             firstAngle = clock.nsecsElapsed() / 1e9;
-            remaining = (autoAngleCount - 1) * firstAngle;
-        } else {
-            remaining -= firstAngle;
-        }
-        post({autoAngleIndex, autoAngleIndex + 1 >= autoAngleCount, remaining, autoProgress,
+        post({autoAngleIndex, autoAngleIndex + 1 >= autoAngleCount,
+              (autoAngleCount - 1 - autoAngleIndex) * firstAngle, autoProgress,
               SearchKind::Motion});
     }
     return true;

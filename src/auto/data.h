@@ -13,6 +13,7 @@ struct AutoResult {
     QImage thumbnail;
     int labelLength = 0;
     float angle = 0;
+    int searchedLength = 0; ///< the length that was restored, of which labelLength is 13/21
 };
 
 /// The one object through which the main window, the auto search and the gallery exchange the

@@ -41,6 +41,21 @@ void RestorationJobs::MakeMyPSFfinal(double selectedLength, double selectedAngle
     m_state.psfImage = m_state.MakePsfD(float(selectedLength), selectedAngle, 0.2, false);
 }
 
+void RestorationJobs::dragStep(const std::function<void()>& showDisplayPsf) {
+    m_window.showSettings(settingsText());
+    m_state.activeImage = m_state.previewSourceImage;
+    m_state.autoSilent = true;
+    if (showDisplayPsf)
+        showDisplayPsf();
+    const float length = m_window.psfLength();
+    const float side = float(m_state.workingSide);
+    const double width = m_state.previewSide * (m_state.currentWidth / m_state.workingSide) * 0.25;
+    m_state.psfImage = m_state.MakePsfD(length / side * 100.0f, m_state.currentAngle, width, true);
+    if (m_state.keepAspect)
+        logLine("#### %f", double(length / side * 128.0f));
+    runCompTrue();
+}
+
 // Runs one job's computation; a failure is reported to the window and what is shown stays.
 template <typename Work> void RestorationJobs::guarded(const char* what, Work&& work) {
     try {

@@ -6,6 +6,8 @@
 
 #include <QString>
 
+#include <functional>
+
 namespace clarovi::jobs {
 
 /// The restorations of the main window and the spectrum beside them. Every job runs on the
@@ -24,6 +26,11 @@ class RestorationJobs {
     /// Takes a setting picked in the auto gallery: no result yet, activeImage = sourceImage,
     /// width 0.2, the picked angle, and psfImage drawn from the picked length and angle.
     void MakeMyPSFfinal(double selectedLength, double selectedAngle);
+
+    /// One drag step of a PSF slider: the label, the preview copy as a quick job's picture, the
+    /// PSF scaled to the preview on the fixed 256 canvas, and the live tiled preview, without
+    /// locking. showDisplayPsf, if given, runs once the preview copy is the PSF canvas.
+    void dragStep(const std::function<void()>& showDisplayPsf = {});
 
     /// The grey preview: restores activeImage's grey plane with the current PSF and sharpness
     /// and shows the result at display size. Locks the controls around it unless autoSilent.

@@ -196,6 +196,32 @@ TEST_F(CliRunTest, RestoresMotionBlurWithTheGivenLine) {
     EXPECT_EQ(QImage(path("motion.png"), "PNG").size(), QSize(2048, 1365));
 }
 
+TEST_F(CliRunTest, WritesTheLivePreviewOfADragWithTiled) {
+    const CliRun run =
+        runCli({"--tiled", "--length", "30", sample("coffee-defocus.png"), path("tiled.png")});
+    ASSERT_TRUE(run.finished);
+    ASSERT_EQ(run.exitCode, 0) << run.errors.toStdString();
+    EXPECT_EQ(QImage(path("tiled.png"), "PNG").size(), QSize(1024, 682));
+    EXPECT_EQ(run.errors.count("THREAD RUN"), 16);
+    EXPECT_TRUE(run.errors.contains("NEW PSF IS 15.000000"));
+}
+
+TEST_F(CliRunTest, WritesEveryThumbnailOfTheSearchAndTheirIndex) {
+    const CliRun run = runCli({"--auto", path("search"), sample("coffee-defocus.png")});
+    ASSERT_TRUE(run.finished);
+    ASSERT_EQ(run.exitCode, 0) << run.errors.toStdString();
+    EXPECT_EQ(run.errors.count("Remaining time: "), 41);
+    QFile index(path("search/index.csv"));
+    ASSERT_TRUE(index.open(QIODevice::ReadOnly));
+    const QList<QByteArray> rows = index.readAll().trimmed().split('\n');
+    ASSERT_EQ(rows.size(), 42);
+    EXPECT_EQ(rows[0], "index,searched length,label length,angle");
+    EXPECT_EQ(rows[1], "0,1,1,-45");
+    EXPECT_EQ(rows[41], "40,41,25,-45");
+    EXPECT_EQ(QImage(path("search/0040.png"), "PNG").size(), QSize(512, 341));
+    expectRefusal(runCli({"--auto", path("search"), "--rgb"}));
+}
+
 TEST_F(CliRunTest, RefusesAMissingInputAndLeavesTheOutputAlone) {
     QFile existing(path("out.png"));
     ASSERT_TRUE(existing.open(QIODevice::WriteOnly));
