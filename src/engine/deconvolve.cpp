@@ -38,17 +38,19 @@ void checkPlane(const cv::Mat& plane) {
         throw std::invalid_argument("the plane must have one channel");
 }
 
-/// The filtered spectrum F = G / H' * W at frequency (u, v) of the R x C grid, H' = H + eps (1 +
-/// i).
-std::complex<double> filtered(const fftw::HalfSpectrum& g, const PreparedPsf::Impl& h, double mu3,
-                              int u, int v) {
-    const std::complex<double> hv = h.spectrum.at(u, v);
-    const double s = std::norm(hv);
-    // The support test reads the centred PSF in space at the frequency's own index.
+/// 1 where the centred PSF is positive at (u, v): the support test reads the PSF in space, at the
+/// frequency's own index.
+double support(const PreparedPsf::Impl& h, int u, int v) {
     const int pu = u - h.place.y;
     const int pv = v - h.place.x;
     const bool inside = pu >= 0 && pu < h.psf.rows && pv >= 0 && pv < h.psf.cols;
-    const double m = inside && h.psf.at<double>(pu, pv) > 0.0 ? 1.0 : 0.0;
+    return inside && h.psf.at<double>(pu, pv) > 0.0 ? 1.0 : 0.0;
+}
+
+/// The filtered coefficient F = G / H' * W with H' = H + eps (1 + i) and W = |S / (m + S + 3 mu)|.
+std::complex<double> filtered(std::complex<double> gv, std::complex<double> hv, double m,
+                              double mu3) {
+    const double s = std::norm(hv);
     const double denominator = m + s + mu3;
     double gain; // W * D
     double hr = hv.real();
@@ -62,7 +64,6 @@ std::complex<double> filtered(const fftw::HalfSpectrum& g, const PreparedPsf::Im
         // Without the offset D = 1 / S, so W * D = 1 / |m + S + 3 mu|: one division.
         gain = 1.0 / std::abs(denominator);
     }
-    const std::complex<double> gv = g.at(u, v);
     return {(hr * gv.real() + hi * gv.imag()) * gain, (hr * gv.imag() - hi * gv.real()) * gain};
 }
 
@@ -76,19 +77,45 @@ void restore(double mu, const cv::Mat& plane, cv::Mat& result, const PreparedPsf
     // (F[k] + conj F[-k]) / 2, which a complex-to-real transform of half the size computes.
     // The 1 / (R C) scaling of the inverse is folded in here.
     const int half = cols / 2 + 1;
-    const std::ptrdiff_t stride = fftw::rowStride(half);
-    thread_local fftw::Buffer<fftw_complex> spectrumBuffer;
-    auto* f = reinterpret_cast<std::complex<double>*>(spectrumBuffer.reserve(rows * stride));
     const double mu3 = 3.0 * mu;
     const double scale = 0.5 / (static_cast<double>(rows) * cols);
-    for (int i = 0; i < rows; ++i) {
-        const int mirrorRow = i == 0 ? 0 : rows - i;
-        std::complex<double>* target = f + i * stride;
-        for (int j = 0; j < half; ++j) {
-            const int mirrorCol = j == 0 ? 0 : cols - j;
-            target[j] =
-                (filtered(g, h, mu3, i, j) + std::conj(filtered(g, h, mu3, mirrorRow, mirrorCol))) *
-                scale;
+    std::complex<double>* f = nullptr;
+    std::ptrdiff_t stride = 0;
+    if (g.rows == rows && g.cols == cols) {
+        // At an optimal size the transforms are exact, so G[-k] = conj G[k] and H[-k] = conj H[k]:
+        // each coefficient of the Hermitian part needs only its own index, and it can replace G
+        // in place, which spares a buffer the size of the spectrum.
+        f = g.row(0);
+        stride = g.stride;
+        for (int i = 0; i < rows; ++i) {
+            const int mirrorRow = i == 0 ? 0 : rows - i;
+            std::complex<double>* gRow = g.row(i);
+            const std::complex<double>* hRow = h.spectrum.row(i);
+            for (int j = 0; j < half; ++j) {
+                const int mirrorCol = j == 0 ? 0 : cols - j;
+                const std::complex<double> gv = gRow[j];
+                const std::complex<double> hv = hRow[j];
+                gRow[j] = (filtered(gv, hv, support(h, i, j), mu3) +
+                           std::conj(filtered(std::conj(gv), std::conj(hv),
+                                              support(h, mirrorRow, mirrorCol), mu3))) *
+                          scale;
+            }
+        }
+    } else {
+        // The R x C window of a larger transform has no symmetry of its own: read both indices.
+        stride = fftw::rowStride(half);
+        thread_local fftw::Buffer<fftw_complex> spectrumBuffer;
+        f = reinterpret_cast<std::complex<double>*>(spectrumBuffer.reserve(rows * stride));
+        const auto at = [&](int u, int v) {
+            return filtered(g.at(u, v), h.spectrum.at(u, v), support(h, u, v), mu3);
+        };
+        for (int i = 0; i < rows; ++i) {
+            const int mirrorRow = i == 0 ? 0 : rows - i;
+            std::complex<double>* target = f + i * stride;
+            for (int j = 0; j < half; ++j) {
+                const int mirrorCol = j == 0 ? 0 : cols - j;
+                target[j] = (at(i, j) + std::conj(at(mirrorRow, mirrorCol))) * scale;
+            }
         }
     }
 
