@@ -6,6 +6,7 @@
 
 #include <opencv2/imgproc.hpp>
 
+#include <string>
 #include <thread>
 #include <vector>
 
@@ -54,14 +55,16 @@ TEST_P(DeconvolveMatchesLiteral, UpToRounding) {
     EXPECT_LE(maxAbs(fast - literal), 1e-9 * maxAbs(literal));
 }
 
-INSTANTIATE_TEST_SUITE_P(
-    Deconvolve, DeconvolveMatchesLiteral,
-    testing::Values(Case{{64, 64}, {9, 9}, 7, 0.001}, Case{{64, 64}, {64, 64}, 20, 0.01},
-                    Case{{1000, 1000}, {31, 31}, 25, 0.005},
-                    Case{{1000, 1000}, {1000, 1000}, 60, 0.001},
-                    Case{{1031, 1031}, {1031, 1031}, 40, 0.01},
-                    Case{{1031, 1031}, {6, 5}, 5, 0.003}, Case{{200, 120}, {200, 120}, 30, 0.002},
-                    Case{{77, 50}, {8, 11}, 7, 0.01}, Case{{1, 1}, {1, 1}, 1, 0.01}));
+// One case at the prime size 1031: the literal inverse transform there is slow.
+INSTANTIATE_TEST_SUITE_P(Deconvolve, DeconvolveMatchesLiteral,
+                         testing::Values(Case{{64, 64}, {9, 9}, 7, 0.001},
+                                         Case{{64, 64}, {64, 64}, 20, 0.01},
+                                         Case{{1000, 1000}, {31, 31}, 25, 0.005},
+                                         Case{{1000, 1000}, {1000, 1000}, 60, 0.001},
+                                         Case{{1031, 1031}, {1031, 1031}, 40, 0.01},
+                                         Case{{200, 120}, {200, 120}, 30, 0.002},
+                                         Case{{77, 50}, {8, 11}, 7, 0.01},
+                                         Case{{1, 1}, {1, 1}, 1, 0.01}));
 
 TEST(Deconvolve, PreparedPsfGivesThePlainResult) {
     for (const cv::Size size : {cv::Size(256, 256), cv::Size(77, 50)}) {
