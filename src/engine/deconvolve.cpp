@@ -1,236 +1,198 @@
 #include "deconvolve.h"
 
 #include "fftw_plans.h"
-#include "frequency.h"
-
-#include <opencv2/core.hpp>
 
 #include <cmath>
-#include <complex>
 #include <cstring>
 #include <stdexcept>
-#include <thread>
 
 namespace clarovi::engine {
 
-using detail::FftwBuffer;
-using detail::Workspace;
-using Complex = std::complex<double>;
-
-namespace {
-
-int defaultThreads() {
-    return std::max(1, int(std::thread::hardware_concurrency()));
-}
-thread_local int t_threads = defaultThreads();
-
-// Small planes gain nothing from more threads; the tile pools restore 256 x 256 planes.
-int threadsFor(cv::Size size) {
-    return size.area() >= 512 * 512 ? t_threads : 1;
-}
-
-// Buffers of the current thread, reused by every restoration it runs.
-struct ThreadWorkspace {
-    Workspace<double> real;
-    Workspace<fftw_complex> planeSpectrum;
-    Workspace<fftw_complex> psfSpectrum;
-    Workspace<fftw_complex> filtered;
-};
-ThreadWorkspace& workspace() {
-    thread_local ThreadWorkspace buffers;
-    return buffers;
-}
-
-/// A half spectrum of an M x N real plane, read at any (a, b) through Hermitian symmetry.
-struct HalfSpectrum {
-    const fftw_complex* data;
-    int rows;
-    int cols;
-    int half; // cols / 2 + 1
-
-    Complex at(int a, int b) const {
-        if (b < half)
-            return {data[std::size_t(a) * half + b][0], data[std::size_t(a) * half + b][1]};
-        const std::size_t mirrored = std::size_t((rows - a) % rows) * half + (cols - b);
-        return {data[mirrored][0], -data[mirrored][1]};
-    }
-};
-
-// The plane zero-padded at the bottom and right to rows x cols, as doubles, in buffer.
-cv::Mat zeroPadded(const cv::Mat& plane, double* buffer, int rows, int cols) {
-    cv::Mat padded(rows, cols, CV_64F, buffer);
-    cv::Mat window = padded(cv::Rect(0, 0, plane.cols, plane.rows));
-    plane.convertTo(window, CV_64F);
-    if (cols > plane.cols)
-        padded(cv::Rect(plane.cols, 0, cols - plane.cols, plane.rows)).setTo(0);
-    if (rows > plane.rows)
-        padded.rowRange(plane.rows, rows).setTo(0);
-    return padded;
-}
-
-} // namespace
-
-TransformThreads::TransformThreads(int threads) : m_previous(t_threads) {
-    t_threads = std::max(1, threads);
-}
-
-TransformThreads::~TransformThreads() {
-    t_threads = m_previous;
-}
-
 struct PreparedPsf::Impl {
-    cv::Size plane;    // R x C
-    int transformRows; // M, the optimal transform size above R
-    int transformCols; // N
-    cv::Mat psf;       // for the support term: positive where the centred PSF is
-    int top = 0;       // where the PSF sits in the R x C field
-    int left = 0;
-    FftwBuffer<fftw_complex> owned;
-    const fftw_complex* spectrum = nullptr; // M x (N / 2 + 1)
-
-    Impl(const cv::Mat& kernel, cv::Size planeSize, fftw_complex* storage) : plane(planeSize) {
-        if (kernel.channels() != 1 || kernel.depth() != CV_64F)
-            throw std::invalid_argument("the PSF must be one CV_64F plane");
-        if (kernel.rows > planeSize.height || kernel.cols > planeSize.width)
-            throw std::invalid_argument("the PSF is larger than the plane it restores");
-        transformRows = cv::getOptimalDFTSize(planeSize.height);
-        transformCols = cv::getOptimalDFTSize(planeSize.width);
-        psf = kernel;
-        // An odd remainder goes to the bottom and the right.
-        top = (planeSize.height - kernel.rows) / 2;
-        left = (planeSize.width - kernel.cols) / 2;
-
-        const int half = transformCols / 2 + 1;
-        if (!storage) {
-            owned.reset(static_cast<fftw_complex*>(
-                fftw_malloc(sizeof(fftw_complex) * std::size_t(transformRows) * half)));
-            if (!owned)
-                throw std::bad_alloc();
-            storage = owned.get();
-        }
-        double* real = workspace().real.get(std::size_t(transformRows) * transformCols);
-        cv::Mat field(transformRows, transformCols, CV_64F, real);
-        field.setTo(0);
-        kernel.copyTo(field(cv::Rect(left, top, kernel.cols, kernel.rows)));
-        fftw_execute_dft_r2c(
-            detail::forwardPlan(transformRows, transformCols, threadsFor(planeSize)), real,
-            storage);
-        spectrum = storage;
-    }
-
-    // 1 where the centred PSF is positive at (i, j) of the R x C field.
-    double support(int i, int j) const {
-        const int y = i - top;
-        const int x = j - left;
-        if (y < 0 || x < 0 || y >= psf.rows || x >= psf.cols)
-            return 0.0;
-        return psf.at<double>(y, x) > 0.0 ? 1.0 : 0.0;
-    }
+    cv::Size size;
+    cv::Mat psf;     // CV_64F: its support gives the noise term's PSF part
+    cv::Point place; // top-left corner of psf when centred in the plane
+    fftw::HalfSpectrum spectrum;
 };
 
-PreparedPsf::PreparedPsf(const cv::Mat& psf, cv::Size planeSize)
-    : m_impl(std::make_unique<Impl>(psf, planeSize, nullptr)) {}
-PreparedPsf::~PreparedPsf() = default;
-PreparedPsf::PreparedPsf(PreparedPsf&&) noexcept = default;
-PreparedPsf& PreparedPsf::operator=(PreparedPsf&&) noexcept = default;
-cv::Size PreparedPsf::planeSize() const {
-    return m_impl->plane;
-}
-
 namespace {
 
-// The Wiener-type filter at one frequency: F = G / H' * |S / (m + S + 3 mu)|, with
-// H' = H + eps (eps = 1e-8 on both parts where S < 1e-8) and m the PSF's support there.
-Complex filtered(Complex g, Complex h, double m, double mu) {
-    const double s = std::norm(h);
-    const double eps = s < 1e-8 ? 1e-8 : 0.0;
-    const double denominator = m + s + 3.0 * mu;
-    // Only with mu = 0 can this be 0 / 0; that frequency is dropped rather than made NaN.
-    const double w = denominator == 0.0 ? 0.0 : std::abs(s / denominator);
-    const double hr = h.real() + eps;
-    const double hi = h.imag() + eps;
-    const double d = 1.0 / (hr * hr + hi * hi);
-    return {(hr * g.real() + hi * g.imag()) * d * w, (hr * g.imag() - hi * g.real()) * d * w};
+/// Where psf sits when centred in a plane of the given size: an odd remainder goes to the bottom
+/// and right.
+cv::Point centredPlace(const cv::Mat& psf, cv::Size planeSize) {
+    if (psf.rows > planeSize.height || psf.cols > planeSize.width)
+        throw std::invalid_argument("the PSF is larger than the plane");
+    return {(planeSize.width - psf.cols) / 2, (planeSize.height - psf.rows) / 2};
 }
 
-// Fills the half spectrum of the Hermitian part of F, scaled for the unnormalised inverse: the
-// real part of the inverse of F is the inverse of that Hermitian part.
-void filterRows(const cv::Range& rows, const HalfSpectrum& g, const HalfSpectrum& h,
-                const PreparedPsf::Impl& psf, double mu, fftw_complex* out) {
-    const int r = psf.plane.height;
-    const int c = psf.plane.width;
-    const int half = c / 2 + 1;
-    const double scale = 0.5 / (double(r) * double(c));
-    for (int i = rows.start; i < rows.end; ++i) {
-        const int mi = (r - i) % r;
-        for (int j = 0; j < half; ++j) {
-            const int mj = (c - j) % c;
-            const Complex here = filtered(g.at(i, j), h.at(i, j), psf.support(i, j), mu);
-            const Complex mirror = filtered(g.at(mi, mj), h.at(mi, mj), psf.support(mi, mj), mu);
-            const Complex value = (here + std::conj(mirror)) * scale;
-            out[std::size_t(i) * half + j][0] = value.real();
-            out[std::size_t(i) * half + j][1] = value.imag();
-        }
-    }
-}
-
-} // namespace
-
-namespace {
-
-cv::Mat restore(double mu, const cv::Mat& plane, cv::Mat& result, const PreparedPsf::Impl& psf) {
-    if (plane.channels() != 1 || plane.size() != psf.plane)
-        throw std::invalid_argument("the plane does not match the prepared PSF");
-    const int m = psf.transformRows;
-    const int n = psf.transformCols;
-    const int r = plane.rows;
-    const int c = plane.cols;
-    const int threads = threadsFor(psf.plane);
-    ThreadWorkspace& buffers = workspace();
-
-    double* real = buffers.real.get(std::size_t(m) * n);
-    zeroPadded(plane, real, m, n);
-    fftw_complex* planeSpectrum = buffers.planeSpectrum.get(std::size_t(m) * (n / 2 + 1));
-    fftw_execute_dft_r2c(detail::forwardPlan(m, n, threads), real, planeSpectrum);
-
-    const HalfSpectrum g{planeSpectrum, m, n, n / 2 + 1};
-    const HalfSpectrum h{psf.spectrum, m, n, n / 2 + 1};
-    fftw_complex* out = buffers.filtered.get(std::size_t(r) * (c / 2 + 1));
-    const auto body = [&](const cv::Range& rows) { filterRows(rows, g, h, psf, mu, out); };
-    if (threads > 1)
-        cv::parallel_for_(cv::Range(0, r), body, threads);
-    else
-        body(cv::Range(0, r));
-
-    fftw_execute_dft_c2r(detail::inversePlan(r, c, threads), out, real);
-    // The PSF was centred rather than put at the origin: swap the quadrants back.
-    result.create(r, c, CV_64F);
-    swapQuadrants(cv::Mat(r, c, CV_64F, real), result);
+cv::Mat asDouble(const cv::Mat& psf) {
+    if (psf.channels() != 1)
+        throw std::invalid_argument("the PSF must have one channel");
+    cv::Mat result;
+    psf.convertTo(result, CV_64F);
     return result;
 }
 
+void checkPlane(const cv::Mat& plane) {
+    if (plane.channels() != 1)
+        throw std::invalid_argument("the plane must have one channel");
+}
+
+/// 1 where the centred PSF is positive at (u, v): the support test reads the PSF in space, at the
+/// frequency's own index.
+double support(const PreparedPsf::Impl& h, int u, int v) {
+    const int pu = u - h.place.y;
+    const int pv = v - h.place.x;
+    const bool inside = pu >= 0 && pu < h.psf.rows && pv >= 0 && pv < h.psf.cols;
+    return inside && h.psf.at<double>(pu, pv) > 0.0 ? 1.0 : 0.0;
+}
+
+/// The filtered coefficient F = G / H' * W with H' = H + eps (1 + i) and W = |S / (m + S + 3 mu)|.
+std::complex<double> filtered(std::complex<double> gv, std::complex<double> hv, double m,
+                              double mu3) {
+    const double s = std::norm(hv);
+    const double denominator = m + s + mu3;
+    double gain; // W * D
+    double hr = hv.real();
+    double hi = hv.imag();
+    if (s < 1e-8) {
+        hr += 1e-8;
+        hi += 1e-8;
+        // 0 / 0 (mu = 0 outside the PSF's support where H vanishes) removes the frequency.
+        gain = denominator == 0.0 ? 0.0 : std::abs(s / denominator) / (hr * hr + hi * hi);
+    } else {
+        // Without the offset D = 1 / S, so W * D = 1 / |m + S + 3 mu|: one division.
+        gain = 1.0 / std::abs(denominator);
+    }
+    return {(hr * gv.real() + hi * gv.imag()) * gain, (hr * gv.imag() - hi * gv.real()) * gain};
+}
+
+void restore(double mu, const cv::Mat& plane, cv::Mat& result, const PreparedPsf::Impl& h) {
+    const int rows = plane.rows;
+    const int cols = plane.cols;
+    thread_local fftw::HalfSpectrum g;
+    fftw::forwardReal(plane, {0, 0}, plane.size(), g);
+
+    // Only the real part of the inverse is kept, and that is the inverse of the Hermitian part
+    // (F[k] + conj F[-k]) / 2, which a complex-to-real transform of half the size computes.
+    // The 1 / (R C) scaling of the inverse is folded in here.
+    const int half = cols / 2 + 1;
+    const double mu3 = 3.0 * mu;
+    const double scale = 0.5 / (static_cast<double>(rows) * cols);
+    std::complex<double>* f = nullptr;
+    std::ptrdiff_t stride = 0;
+    if (g.rows == rows && g.cols == cols) {
+        // At an optimal size the transforms are exact, so G[-k] = conj G[k] and H[-k] = conj H[k]:
+        // each coefficient of the Hermitian part needs only its own index, and it can replace G
+        // in place, which spares a buffer the size of the spectrum.
+        f = g.row(0);
+        stride = g.stride;
+        for (int i = 0; i < rows; ++i) {
+            const int mirrorRow = i == 0 ? 0 : rows - i;
+            std::complex<double>* gRow = g.row(i);
+            const std::complex<double>* hRow = h.spectrum.row(i);
+            for (int j = 0; j < half; ++j) {
+                const int mirrorCol = j == 0 ? 0 : cols - j;
+                const std::complex<double> gv = gRow[j];
+                const std::complex<double> hv = hRow[j];
+                gRow[j] = (filtered(gv, hv, support(h, i, j), mu3) +
+                           std::conj(filtered(std::conj(gv), std::conj(hv),
+                                              support(h, mirrorRow, mirrorCol), mu3))) *
+                          scale;
+            }
+        }
+    } else {
+        // The R x C window of a larger transform has no symmetry of its own: read both indices.
+        stride = fftw::rowStride(half);
+        thread_local fftw::Buffer<fftw_complex> spectrumBuffer;
+        f = reinterpret_cast<std::complex<double>*>(spectrumBuffer.reserve(rows * stride));
+        const auto at = [&](int u, int v) {
+            return filtered(g.at(u, v), h.spectrum.at(u, v), support(h, u, v), mu3);
+        };
+        for (int i = 0; i < rows; ++i) {
+            const int mirrorRow = i == 0 ? 0 : rows - i;
+            std::complex<double>* target = f + i * stride;
+            for (int j = 0; j < half; ++j) {
+                const int mirrorCol = j == 0 ? 0 : cols - j;
+                target[j] = (at(i, j) + std::conj(at(mirrorRow, mirrorCol))) * scale;
+            }
+        }
+    }
+
+    auto* spectrum = reinterpret_cast<fftw_complex*>(f);
+    fftw::transformColumns(spectrum, rows, half, stride, fftw::Kind::Backward);
+
+    // The PSF was centred rather than put at the origin, so the picture comes out shifted by half
+    // its size: each row goes straight to its swapped place, exactly as swapQuadrants would move
+    // it (the last row and column of odd sizes stay put).
+    result.create(rows, cols, CV_64F);
+    thread_local fftw::Buffer<double> lineBuffer;
+    double* line = lineBuffer.reserve(cols);
+    const fftw_plan rowPlan = fftw::plan(fftw::Kind::ComplexToReal, cols);
+    const int cx = cols / 2;
+    const int cy = rows / 2;
+    for (int i = 0; i < rows; ++i) {
+        fftw_execute_dft_c2r(rowPlan, spectrum + i * stride, line);
+        if (i == 2 * cy) { // the last row of an odd height
+            std::memcpy(result.ptr<double>(i), line, cols * sizeof(double));
+            continue;
+        }
+        auto* out = result.ptr<double>(i < cy ? i + cy : i - cy);
+        std::memcpy(out + cx, line, cx * sizeof(double));
+        std::memcpy(out, line + cx, cx * sizeof(double));
+        if (cols % 2 == 1) // the last column of an odd width: same row, same place
+            result.ptr<double>(i)[cols - 1] = line[cols - 1];
+    }
+}
+
 } // namespace
 
-cv::Mat deconvolvePlane(double mu, const cv::Mat& plane, cv::Mat& result,
-                        const PreparedPsf& prepared) {
-    if (plane.empty()) {
-        result = cv::Mat();
-        return result;
-    }
-    return restore(mu, plane, result, prepared.impl());
+PreparedPsf::PreparedPsf(const cv::Mat& psf, cv::Size planeSize) : m_impl(new Impl) {
+    m_impl->size = planeSize;
+    m_impl->psf = asDouble(psf);
+    m_impl->place = centredPlace(psf, planeSize);
+    if (!planeSize.empty())
+        fftw::forwardReal(m_impl->psf, m_impl->place, planeSize, m_impl->spectrum);
+}
+
+PreparedPsf::~PreparedPsf() = default;
+PreparedPsf::PreparedPsf(PreparedPsf&&) noexcept = default;
+PreparedPsf& PreparedPsf::operator=(PreparedPsf&&) noexcept = default;
+
+cv::Size PreparedPsf::planeSize() const {
+    return m_impl->size;
 }
 
 cv::Mat deconvolvePlane(double mu, const cv::Mat& plane, cv::Mat& result, const cv::Mat& psf) {
+    checkPlane(plane);
+    thread_local PreparedPsf::Impl h;
+    h.size = plane.size();
+    h.place = centredPlace(psf, plane.size());
     if (plane.empty()) {
-        result = cv::Mat();
+        result.release();
         return result;
     }
-    // The PSF's spectrum goes into this thread's buffer instead of one of its own.
-    fftw_complex* storage =
-        workspace().psfSpectrum.get(std::size_t(cv::getOptimalDFTSize(plane.rows)) *
-                                    (cv::getOptimalDFTSize(plane.cols) / 2 + 1));
-    const PreparedPsf::Impl prepared(psf, plane.size(), storage);
-    return restore(mu, plane, result, prepared);
+    if (psf.type() == CV_64F)
+        h.psf = psf;
+    else
+        h.psf = asDouble(psf);
+    fftw::forwardReal(h.psf, h.place, plane.size(), h.spectrum);
+    restore(mu, plane, result, h);
+    h.psf.release(); // do not keep the caller's PSF alive
+    return result;
+}
+
+cv::Mat deconvolvePlane(double mu, const cv::Mat& plane, cv::Mat& result,
+                        const PreparedPsf& prepared) {
+    checkPlane(plane);
+    if (plane.size() != prepared.planeSize())
+        throw std::invalid_argument("the plane's size differs from the prepared PSF's");
+    if (plane.empty()) {
+        result.release();
+        return result;
+    }
+    restore(mu, plane, result, prepared.impl());
+    return result;
 }
 
 } // namespace clarovi::engine

@@ -14,20 +14,6 @@ namespace clarovi::engine {
 /// is 0 are set to 0 rather than 0 / 0. A PSF larger than the plane throws.
 cv::Mat deconvolvePlane(double mu, const cv::Mat& plane, cv::Mat& result, const cv::Mat& psf);
 
-/// While alive, restorations on this thread use at most `threads` threads for their transforms
-/// and loops. Pools that restore several planes at once set 1 in their tasks; the default is the
-/// machine's core count, used for planes of 512 x 512 and more.
-class TransformThreads {
-  public:
-    explicit TransformThreads(int threads);
-    ~TransformThreads();
-    TransformThreads(const TransformThreads&) = delete;
-    TransformThreads& operator=(const TransformThreads&) = delete;
-
-  private:
-    int m_previous;
-};
-
 /// The spectrum of one PSF centred in a plane of a given size, made once and shared read-only by
 /// several restorations of that size (the colour planes of a picture, the tiles of a preview).
 class PreparedPsf {

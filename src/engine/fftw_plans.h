@@ -1,45 +1,86 @@
 #pragma once
 
+#include <opencv2/core.hpp>
+
 #include <fftw3.h>
 
+#include <complex>
 #include <cstddef>
 #include <memory>
+#include <new>
 
-namespace clarovi::engine::detail {
+// Internal to the engine: 2-D transforms built from cached 1-D FFTW plans.
+namespace clarovi::engine::fftw {
 
-/// FFTW's aligned memory, released with fftw_free.
-struct FftwFree {
-    void operator()(void* p) const { fftw_free(p); }
+enum class Kind {
+    RealToComplex, ///< out of place, n reals to n / 2 + 1 complex values
+    ComplexToReal, ///< out of place, n / 2 + 1 complex values to n reals; destroys its input
+    Forward,       ///< in place, complex, sign -1
+    Backward,      ///< in place, complex, sign +1, unscaled
 };
-template <typename T> using FftwBuffer = std::unique_ptr<T[], FftwFree>;
 
-/// A growing buffer of FFTW-aligned memory, kept between calls so that repeated transforms of
-/// one size touch no new pages.
-template <typename T> class Workspace {
+/// The 1-D plan of this kind and length, made on first use and kept for the life of the process.
+/// Arrays passed to fftw_execute_* with it must be 16-byte aligned, as every row of a Buffer is.
+fftw_plan plan(Kind kind, int n);
+
+/// Destroys every cached plan, so that the next transform of any size pays its planning again.
+/// For benchmarks of a first call only; no transform may be running.
+void clearPlans();
+
+/// Grow-only storage from fftw_malloc, kept between calls so that steady state does not touch
+/// fresh pages.
+template <typename T> class Buffer {
   public:
-    T* get(std::size_t count) {
+    T* reserve(std::size_t count) {
         if (count > m_capacity) {
-            m_buffer.reset(static_cast<T*>(fftw_malloc(count * sizeof(T))));
-            if (!m_buffer)
+            m_data.reset(static_cast<T*>(fftw_malloc(count * sizeof(T))));
+            if (!m_data)
                 throw std::bad_alloc();
             m_capacity = count;
         }
-        return m_buffer.get();
+        return m_data.get();
     }
+    T* data() const { return m_data.get(); }
 
   private:
-    FftwBuffer<T> m_buffer;
+    struct Free {
+        void operator()(T* p) const { fftw_free(p); }
+    };
+    std::unique_ptr<T, Free> m_data;
     std::size_t m_capacity = 0;
 };
 
-/// Out-of-place plans for the 2-D transform of a real rows x cols plane into its rows x
-/// (cols / 2 + 1) half spectrum and back. Made once per size and thread count, with an estimated
-/// (not measured) plan so that a new size costs milliseconds; safe to call from any thread.
-/// The plans are executed with fftw_execute_dft_r2c / _c2r on FFTW-aligned arrays.
-fftw_plan forwardPlan(int rows, int cols, int threads);
-fftw_plan inversePlan(int rows, int cols, int threads);
+/// Row stride, in complex values, for rows of count values: whole cache lines, and not a multiple
+/// of 4 KiB so that walking down a column does not hit one cache set.
+std::ptrdiff_t rowStride(int count);
 
-/// Drops every plan made so far, so that the next transform of each size plans afresh.
-void forgetPlans();
+/// The left half (columns 0 .. cols / 2) of the spectrum of a real rows x cols array; the other
+/// half follows from Hermitian symmetry.
+struct HalfSpectrum {
+    int rows = 0;
+    int cols = 0;
+    std::ptrdiff_t stride = 0;
+    Buffer<fftw_complex> buffer;
 
-} // namespace clarovi::engine::detail
+    std::complex<double>* row(int i) const {
+        return reinterpret_cast<std::complex<double>*>(buffer.data() + i * stride);
+    }
+    /// Coefficient (u, v) of the full rows x cols spectrum, 0 <= u < rows, 0 <= v < cols.
+    std::complex<double> at(int u, int v) const {
+        if (2 * v <= cols)
+            return row(u)[v];
+        return std::conj(row(u == 0 ? 0 : rows - u)[cols - v]);
+    }
+};
+
+/// Spectrum of source (one channel, any depth) placed with its top-left corner at offset in a
+/// zero canvas, zero-padded to the optimal DFT size of the canvas. Rows that are all zero skip
+/// their row transform.
+void forwardReal(const cv::Mat& source, cv::Point offset, cv::Size canvas, HalfSpectrum& out);
+
+/// Transforms each of the cols columns (length rows, row stride in complex values) of data in
+/// place, a block of columns at a time through a contiguous scratch so that memory is read in
+/// whole cache lines. kind is Forward or Backward.
+void transformColumns(fftw_complex* data, int rows, int cols, std::ptrdiff_t stride, Kind kind);
+
+} // namespace clarovi::engine::fftw
