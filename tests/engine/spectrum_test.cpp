@@ -17,8 +17,9 @@ TEST(Spectrum, SidesAreTheOptimalSizesRoundedDownToEven) {
         cv::randu(input, 0, 255);
         const cv::Mat spectrum = logMagnitudeSpectrum(input);
         EXPECT_EQ(spectrum.size(), c.expected);
-        if (!spectrum.empty())
+        if (!spectrum.empty()) {
             EXPECT_EQ(spectrum.type(), CV_8UC1);
+        }
     }
     EXPECT_TRUE(logMagnitudeSpectrum(cv::Mat()).empty());
 }
