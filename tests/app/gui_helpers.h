@@ -2,8 +2,8 @@
 
 #include "app/main_window.h"
 #include "common/log_capture.h"
+#include "common/wait.h"
 
-#include <QElapsedTimer>
 #include <QGraphicsOpacityEffect>
 #include <QLabel>
 #include <QSettings>
@@ -18,17 +18,6 @@
 namespace clarovi::testing {
 
 inline const QString kSample = QStringLiteral(CLAROVI_DATA_DIR "/coffee-defocus.png");
-
-inline bool waitFor(const std::function<bool()>& condition, int milliseconds = 15000) {
-    QElapsedTimer timer;
-    timer.start();
-    while (!condition()) {
-        if (timer.elapsed() > milliseconds)
-            return false;
-        QTest::qWait(10);
-    }
-    return true;
-}
 
 inline double opacityOf(const QWidget* control) {
     const auto* effect = qobject_cast<const QGraphicsOpacityEffect*>(control->graphicsEffect());

@@ -1,5 +1,6 @@
 #include "auto/auto_run.h"
 #include "common/log_capture.h"
+#include "common/wait.h"
 #include "jobs/job_fixtures.h"
 
 #include <QElapsedTimer>
@@ -10,6 +11,7 @@
 using namespace clarovi::autosearch;
 using clarovi::testing::LogCapture;
 using clarovi::testing::OpenedPicture;
+using clarovi::testing::waitFor;
 
 namespace {
 
@@ -25,17 +27,6 @@ struct FakeAutoWindow : AutoWindowPort {
     void showCv() override { ++galleries; }
     void AppearActions() override { ++appearances; }
 };
-
-bool waitFor(const std::function<bool()>& condition, int milliseconds = 20000) {
-    QElapsedTimer timer;
-    timer.start();
-    while (!condition()) {
-        if (timer.elapsed() > milliseconds)
-            return false;
-        QTest::qWait(5);
-    }
-    return true;
-}
 
 class AutoRunTest : public ::testing::Test {
   protected:
