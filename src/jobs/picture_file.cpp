@@ -1,5 +1,6 @@
 #include "picture_file.h"
 
+#include <QBuffer>
 #include <QFileInfo>
 #include <QImageReader>
 #include <QSaveFile>
@@ -49,14 +50,14 @@ QString savePathFor(const QString& chosenPath) {
 QString savePng(const QImage& picture, const QString& path) {
     if (picture.isNull())
         return saveFailure(path, QStringLiteral("there is no restored picture yet."));
+    // Encoded in memory first: a full disk then fails the write, not the encoder half-way.
+    QByteArray png;
+    QBuffer buffer(&png);
+    buffer.open(QIODevice::WriteOnly);
+    if (!picture.save(&buffer, "PNG"))
+        return saveFailure(path, QStringLiteral("the picture could not be encoded as PNG."));
     QSaveFile file(path);
-    if (!file.open(QIODevice::WriteOnly))
-        return saveFailure(path, file.errorString() + QLatin1Char('.'));
-    if (!picture.save(&file, "PNG")) {
-        file.cancelWriting();
-        return saveFailure(path, QStringLiteral("the picture could not be encoded or written."));
-    }
-    if (!file.commit())
+    if (!file.open(QIODevice::WriteOnly) || file.write(png) != png.size() || !file.commit())
         return saveFailure(path, file.errorString() + QLatin1Char('.'));
     return {};
 }
