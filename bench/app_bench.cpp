@@ -3,6 +3,7 @@
 #include "app/main_window.h"
 #include "engine/deconvolve.h"
 #include "engine/image_bridge.h"
+#include "engine/memory_policy.h"
 #include "engine/psf.h"
 
 #include <QApplication>
@@ -87,6 +88,7 @@ int main(int argc, char** argv) {
         qputenv("QT_QPA_PLATFORM", "offscreen");
     if (qEnvironmentVariableIsEmpty("QT_LOGGING_RULES"))
         qputenv("QT_LOGGING_RULES", "clarovi.info=false");
+    clarovi::engine::keepFreedMemoryForReuse();
     QApplication app(argc, argv);
     benchmark::Initialize(&argc, argv);
     benchmark::RunSpecifiedBenchmarks();

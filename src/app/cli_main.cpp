@@ -1,6 +1,7 @@
 #include "auto/auto_search.h"
 #include "cli_options.h"
 #include "engine/image_bridge.h"
+#include "engine/memory_policy.h"
 #include "jobs/controller_state.h"
 #include "jobs/headless_window.h"
 #include "jobs/picture_file.h"
@@ -139,6 +140,7 @@ int run(const app::CliOptions& options) {
 } // namespace
 
 int main(int argc, char** argv) {
+    clarovi::engine::keepFreedMemoryForReuse();
     QCoreApplication application(argc, argv);
     QCoreApplication::setApplicationName(QStringLiteral("clarovi-cli"));
     const app::CliParseResult parsed = app::parseCliOptions(QCoreApplication::arguments());

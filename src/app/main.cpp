@@ -1,3 +1,4 @@
+#include "engine/memory_policy.h"
 #include "main_window.h"
 
 #include <QApplication>
@@ -5,6 +6,7 @@
 #include <QTimer>
 
 int main(int argc, char* argv[]) {
+    clarovi::engine::keepFreedMemoryForReuse();
     QApplication app(argc, argv);
     QApplication::setOrganizationName(QStringLiteral("Clarovi"));
     QApplication::setApplicationName(QStringLiteral("Clarovi"));

@@ -10,7 +10,7 @@ namespace clarovi::engine {
 
 struct PreparedPsf::Impl {
     cv::Size size;
-    cv::Mat psf;     // CV_64F: its support gives the noise term's PSF part
+    cv::Mat psf;     // CV_32F or CV_64F: its support gives the noise term's PSF part
     cv::Point place; // top-left corner of psf when centred in the plane
     fftw::HalfSpectrum spectrum;
 };
@@ -25,9 +25,13 @@ cv::Point centredPlace(const cv::Mat& psf, cv::Size planeSize) {
     return {(planeSize.width - psf.cols) / 2, (planeSize.height - psf.rows) / 2};
 }
 
-cv::Mat asDouble(const cv::Mat& psf) {
+// Single and double precision kernels are read as they are (widening a float is exact); a
+// 2048 x 2048 copy would cost more than the rest of a call's set-up.
+cv::Mat asFloating(const cv::Mat& psf) {
     if (psf.channels() != 1)
         throw std::invalid_argument("the PSF must have one channel");
+    if (psf.depth() == CV_32F || psf.depth() == CV_64F)
+        return psf;
     cv::Mat result;
     psf.convertTo(result, CV_64F);
     return result;
@@ -44,7 +48,11 @@ double support(const PreparedPsf::Impl& h, int u, int v) {
     const int pu = u - h.place.y;
     const int pv = v - h.place.x;
     const bool inside = pu >= 0 && pu < h.psf.rows && pv >= 0 && pv < h.psf.cols;
-    return inside && h.psf.at<double>(pu, pv) > 0.0 ? 1.0 : 0.0;
+    if (!inside)
+        return 0.0;
+    const double value =
+        h.psf.depth() == CV_64F ? h.psf.at<double>(pu, pv) : double(h.psf.at<float>(pu, pv));
+    return value > 0.0 ? 1.0 : 0.0;
 }
 
 /// The filtered coefficient F = G / H' * W with H' = H + eps (1 + i) and W = |S / (m + S + 3 mu)|.
@@ -149,7 +157,7 @@ void restore(double mu, const cv::Mat& plane, cv::Mat& result, const PreparedPsf
 
 PreparedPsf::PreparedPsf(const cv::Mat& psf, cv::Size planeSize) : m_impl(new Impl) {
     m_impl->size = planeSize;
-    m_impl->psf = asDouble(psf);
+    m_impl->psf = asFloating(psf);
     m_impl->place = centredPlace(psf, planeSize);
     if (!planeSize.empty())
         fftw::forwardReal(m_impl->psf, m_impl->place, planeSize, m_impl->spectrum);
@@ -172,10 +180,7 @@ cv::Mat deconvolvePlane(double mu, const cv::Mat& plane, cv::Mat& result, const 
         result.release();
         return result;
     }
-    if (psf.type() == CV_64F)
-        h.psf = psf;
-    else
-        h.psf = asDouble(psf);
+    h.psf = asFloating(psf);
     fftw::forwardReal(h.psf, h.place, plane.size(), h.spectrum);
     restore(mu, plane, result, h);
     h.psf.release(); // do not keep the caller's PSF alive

@@ -6,8 +6,9 @@
 
 namespace clarovi::engine {
 
-/// Restores one plane (one channel, R x C, any depth, read as double) blurred by psf (CV_64F,
-/// r x c with r <= R and c <= C, normalised to sum 1) with the Wiener-type filter
+/// Restores one plane (one channel, R x C, any depth, read as double) blurred by psf (one
+/// channel, read as double: CV_32F and CV_64F without a copy; r x c with r <= R and c <= C,
+/// normalised to sum 1) with the Wiener-type filter
 /// W = |S / (m + S + 3 mu)|, S = |H|^2, m = 1 where the centred PSF is positive. result receives
 /// the restored R x C CV_64F plane, neither clipped nor scaled; the return value shares its data.
 /// An empty plane gives an empty result. With mu = 0, frequencies where S = 0 and the centred PSF

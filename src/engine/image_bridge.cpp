@@ -110,6 +110,10 @@ QImage imageWithImage(const QImage& image, QSizeF size) {
     const int width = static_cast<int>(size.width());
     const int height = static_cast<int>(size.height());
 
+    if (width == image.width() && height == image.height()) {
+        // Nothing to resample: the same pixels in the format every resampled picture has.
+        return image.convertToFormat(kPictureFormat);
+    }
     QImage result(width, height, kPictureFormat);
     if (result.isNull())
         throw std::bad_alloc();

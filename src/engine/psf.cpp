@@ -84,10 +84,8 @@ std::optional<cv::Mat> normalizedKernel(const cv::Mat& greyPsf) {
     const float sum = static_cast<float>(cv::sum(greyPsf)[0]);
     if (!(sum > 0.0f))
         return std::nullopt;
-    cv::Mat single;
-    greyPsf.convertTo(single, CV_32F, 1.0f / sum);
     cv::Mat kernel;
-    single.convertTo(kernel, CV_64F);
+    greyPsf.convertTo(kernel, CV_32F, 1.0f / sum);
     return kernel;
 }
 

@@ -18,9 +18,10 @@ namespace clarovi::engine {
 QImage MakePsfD(float length, double angle, double width, bool smallCanvas, bool motionBlur,
                 QSize activeSize);
 
-/// The kernel rule: an 8-bit grey PSF plane converted to 32-bit float, multiplied by 1 / sum with
-/// the sum rounded to single precision, then widened to CV_64F. std::nullopt when the plane sums
-/// to 0 (length 0 or an empty plane), so that the caller can skip the restoration.
+/// The kernel rule: an 8-bit grey PSF plane converted to 32-bit float and multiplied by 1 / sum
+/// with the sum rounded to single precision (CV_32F; the deconvolution widens it to double
+/// exactly, without a copy). std::nullopt when the plane sums to 0 (length 0 or an empty plane),
+/// so that the caller can skip the restoration.
 std::optional<cv::Mat> normalizedKernel(const cv::Mat& greyPsf);
 
 } // namespace clarovi::engine

@@ -5,7 +5,9 @@
 #include "window_port.h"
 
 #include <QString>
+#include <QThreadPool>
 
+#include <array>
 #include <functional>
 
 namespace clarovi::jobs {
@@ -65,6 +67,8 @@ class RestorationJobs {
 
     ControllerState& m_state;
     WindowPort& m_window;
+    QThreadPool m_pool;                ///< restores the colour planes and the tiles
+    std::array<cv::Mat, 3> m_restored; ///< restored planes, reused between runs
     TiledRestoration m_tiled;
 };
 

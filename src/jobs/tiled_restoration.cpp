@@ -37,15 +37,11 @@ struct TiledRestoration::Run {
     QSemaphore finished;
 };
 
-TiledRestoration::TiledRestoration(ControllerState& state, WindowPort& window)
-    : m_state(state), m_window(window) {
-    // As many tasks at once as there are cores: more would only hold more working buffers.
-    m_pool.setMaxThreadCount(std::max(2, QThread::idealThreadCount()));
-}
+TiledRestoration::TiledRestoration(ControllerState& state, WindowPort& window, QThreadPool& pool)
+    : m_state(state), m_window(window), m_pool(pool) {}
 
-TiledRestoration::~TiledRestoration() {
-    m_pool.waitForDone();
-}
+// Every run waits for its own tasks: nothing of this object is in use once a run has returned.
+TiledRestoration::~TiledRestoration() = default;
 
 bool TiledRestoration::tiledIdle() const {
     std::lock_guard lock(m_monitor);

@@ -25,7 +25,8 @@ cv::Rect tileRect(int k, int side);
 /// threads, and joined again. The main thread waits for them without spinning.
 class TiledRestoration {
   public:
-    TiledRestoration(ControllerState& state, WindowPort& window);
+    /// The tiles are restored on pool, which the caller keeps.
+    TiledRestoration(ControllerState& state, WindowPort& window, QThreadPool& pool);
     ~TiledRestoration();
     TiledRestoration(const TiledRestoration&) = delete;
     TiledRestoration& operator=(const TiledRestoration&) = delete;
@@ -54,7 +55,7 @@ class TiledRestoration {
     std::array<cv::Mat, kTileCount> m_tileInputs;
     std::array<cv::Mat, kTileCount> m_tileOutputs;
     std::atomic<int> m_tilesDone{0};
-    QThreadPool m_pool;
+    QThreadPool& m_pool;
 };
 
 } // namespace clarovi::jobs
