@@ -52,7 +52,7 @@ void BM_Deconvolve(benchmark::State& state) {
     for (auto _ : state)
         clarovi::engine::deconvolvePlane(0.0035, plane, result, kernel);
 }
-BENCHMARK(BM_Deconvolve)->Arg(512)->Arg(880)->Unit(benchmark::kMillisecond)->UseRealTime();
+BENCHMARK(BM_Deconvolve)->Arg(512)->Arg(712)->Arg(768)->Arg(824)->Arg(880)->Unit(benchmark::kMillisecond)->UseRealTime();
 
 void wholeSearch(benchmark::State& state, bool motion) {
     for (auto _ : state) {

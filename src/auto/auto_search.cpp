@@ -7,6 +7,9 @@
 #include "engine/psf.h"
 
 #include <QElapsedTimer>
+#include <QThread>
+#include <QThreadPool>
+#include <QtConcurrent/QtConcurrentMap>
 #include <opencv2/imgproc.hpp>
 
 #include <algorithm>
@@ -50,12 +53,24 @@ AutoSearch::AutoSearch(SearchInput input)
     m_step = [this] { return restoreThumbnail(); };
 }
 
+int AutoSearch::labelFor(int length) {
+    return std::max(1, int(length * kLabelFactor));
+}
+
+double AutoSearch::angleOf(int angleIndex) const {
+    return double((360 / autoAngleCount) * angleIndex);
+}
+
 double AutoSearch::angleOfIndex() const {
     return double((360 / autoAngleCount) * autoAngleIndex);
 }
 
-cv::Mat AutoSearch::addAutoPad(const cv::Mat& src, double, int* pad) const {
-    const double multiplier = double((autoLength + 2) / 25) + 3.599901585052413;
+cv::Mat AutoSearch::addAutoPad(const cv::Mat& src, double unused, int* pad) const {
+    return autoPadded(src, unused, pad, autoLength);
+}
+
+cv::Mat AutoSearch::autoPadded(const cv::Mat& src, double, int* pad, int length) {
+    const double multiplier = double((length + 2) / 25) + 3.599901585052413;
     logLine("MULTIPLIER %f", multiplier);
     const int border = int(multiplier * (src.rows / 18.32));
     cv::Mat dst;
@@ -65,27 +80,39 @@ cv::Mat AutoSearch::addAutoPad(const cv::Mat& src, double, int* pad) const {
     return dst;
 }
 
-QImage AutoSearch::ComputateAuto() {
+void AutoSearch::beginStep() {
     autoSize = kAutoSize;
     autoSilent = true;
     // The 512 copy of the preview picture is the same at every step: made once per search.
     activeImage = m_smallCopy;
-    autoLabelLength = std::max(1, int(autoLength * kLabelFactor));
+    autoLabelLength = labelFor(autoLength);
+}
+
+QImage AutoSearch::ComputateAuto() {
+    beginStep();
     return m_step();
 }
 
 QImage AutoSearch::restoreThumbnail() {
-    const double psfLength = autoLength / double(m_input.workingSide) * autoSize;
+    return thumbnailFor(autoLength, autoAngleIndex);
+}
+
+// One step's restoration for a length and an angle index; reads only what stays fixed during a
+// search, so several steps may run at once.
+QImage AutoSearch::thumbnailFor(int length, int angleIndex) const {
+    const double size = kAutoSize;
+    const double psfLength = length / double(m_input.workingSide) * size;
+    const int labelLength = labelFor(length);
     int pad = 0;
-    cv::Mat plane = addAutoPad(m_smallGrey, 0.1, &pad);
-    const QImage psf = engine::MakePsfD(float(psfLength), angleOfIndex(), 0.2, false,
-                                        m_input.motionBlur, activeImage.size());
+    cv::Mat plane = autoPadded(m_smallGrey, 0.1, &pad, length);
+    const QImage psf = engine::MakePsfD(float(psfLength), angleOf(angleIndex), 0.2, false,
+                                        m_input.motionBlur, m_smallCopy.size());
     cv::Mat kernel = engine::CVGrayscaleMat(psf);
-    logLine("### A TO VISUALIZE %d - %d - %f - at %d secOp %f", autoLength, m_input.workingSide,
-            autoSize, autoLabelLength, psfLength);
+    logLine("### A TO VISUALIZE %d - %d - %f - at %d secOp %f", length, m_input.workingSide, size,
+            labelLength, psfLength);
 
     if (m_input.keepAspect) {
-        const cv::Size side{int(autoSize), int(autoSize)};
+        const cv::Size side{int(size), int(size)};
         cv::resize(plane, plane, side, 0, 0, cv::INTER_CUBIC);
         cv::resize(kernel, kernel, side, 0, 0, cv::INTER_CUBIC);
     }
@@ -97,7 +124,7 @@ QImage AutoSearch::restoreThumbnail() {
     }
 
     const QImage thumbnail = engine::imageWithCVMat(thumbnailCrop(restored, pad));
-    const double d = std::max(m_input.displayWidth, m_input.displayHeight) / autoSize;
+    const double d = std::max(m_input.displayWidth, m_input.displayHeight) / size;
     return engine::imageWithImage(thumbnail,
                                   QSizeF(m_input.displayWidth / d, m_input.displayHeight / d));
 }
@@ -109,11 +136,43 @@ cv::Mat AutoSearch::thumbnailCrop(const cv::Mat& restored, int pad) {
     return centralPart(centralPart(restored(trim & cv::Rect(0, 0, restored.cols, restored.rows))));
 }
 
-void AutoSearch::appendStep() {
-    const QImage thumbnail = ComputateAuto();
+// The lengths of one angle: restored side by side on the cores (each step reads only what
+// stays fixed during the search), then recorded in order exactly as one after another would.
+bool AutoSearch::appendAngle(const std::vector<int>& lengths, const std::atomic<bool>& cancel) {
+    if (m_customStep) {
+        for (const int length : lengths) {
+            autoLength = length;
+            appendStep();
+            if (cancel.load())
+                return false;
+        }
+    } else {
+        QThreadPool pool;
+        pool.setMaxThreadCount(QThread::idealThreadCount());
+        const int angleIndex = autoAngleIndex;
+        const QList<QImage> thumbnails = QtConcurrent::blockingMapped<QList<QImage>>(
+            &pool, lengths,
+            [this, angleIndex](int length) { return thumbnailFor(length, angleIndex); });
+        for (size_t k = 0; k < lengths.size(); ++k) {
+            autoLength = lengths[k];
+            beginStep();
+            record(thumbnails[qsizetype(k)]);
+        }
+        if (cancel.load())
+            return false;
+    }
+    autoLength = lengths.empty() ? 1 : lengths.back() + 4;
+    return true;
+}
+
+void AutoSearch::record(const QImage& thumbnail) {
     // Kept as 8-bit grey: a motion search keeps 966 of them.
     results.push_back({thumbnail.convertToFormat(QImage::Format_Grayscale8), autoLabelLength,
                        float(currentAngle), autoLength});
+}
+
+void AutoSearch::appendStep() {
+    record(ComputateAuto());
 }
 
 bool AutoSearch::run(const std::function<void(const ProgressUpdate&)>& post,
@@ -159,15 +218,12 @@ bool AutoSearch::runMotion(const std::function<void(const ProgressUpdate&)>& pos
         currentAngle = angleOfIndex();
         autoProgress = float(autoAngleIndex * (1.0 / autoAngleCount));
         currentWidth = 0.2;
-        autoLength = 1;
-        if (autoLengthEnd >= 2) {
-            do {
-                appendStep();
-                autoLength += 4;
-                if (cancel.load())
-                    return false;
-            } while (autoLength < autoLengthEnd);
-        }
+        std::vector<int> lengths;
+        if (autoLengthEnd >= 2)
+            for (int length = 1; length < autoLengthEnd; length += 4)
+                lengths.push_back(length);
+        if (!appendAngle(lengths, cancel))
+            return false;
         if (autoAngleIndex == 0)
             firstAngle = clock.nsecsElapsed() / 1e9;
         post({autoAngleIndex, autoAngleIndex + 1 >= autoAngleCount,

@@ -64,7 +64,10 @@ class AutoSearch {
     using Step = std::function<QImage()>;
     /// Replaces the restoration of one step (what ComputateAuto does after setting the counters
     /// and the label), for tests of the grid and the progress.
-    void setStep(Step step) { m_step = std::move(step); }
+    void setStep(Step step) {
+        m_step = std::move(step);
+        m_customStep = true;
+    }
 
     /// Runs the whole grid, calling post after every step. Stops after the step under way once
     /// cancel is set. Returns false when cancelled.
@@ -91,14 +94,22 @@ class AutoSearch {
                        const std::atomic<bool>& cancel);
     bool runMotion(const std::function<void(const ProgressUpdate&)>& post,
                    const std::atomic<bool>& cancel);
+    void beginStep();
+    void record(const QImage& thumbnail);
     void appendStep();
+    bool appendAngle(const std::vector<int>& lengths, const std::atomic<bool>& cancel);
     QImage restoreThumbnail();
+    QImage thumbnailFor(int length, int angleIndex) const;
+    static cv::Mat autoPadded(const cv::Mat& src, double unused, int* pad, int length);
+    static int labelFor(int length);
+    double angleOf(int angleIndex) const;
     double angleOfIndex() const;
 
     SearchInput m_input;
     QImage m_smallCopy; ///< previewSourceImage at 512 x 512: the same for every step
     cv::Mat m_smallGrey;
     Step m_step;
+    bool m_customStep = false;
 };
 
 } // namespace clarovi::autosearch

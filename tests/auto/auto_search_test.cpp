@@ -185,6 +185,26 @@ TEST(AutoSearch, ARealOutOfFocusSearchOfTheSample) {
     }
 }
 
+TEST(AutoSearch, MotionStepsRestoredSideBySideEqualThoseRestoredAlone) {
+    OpenedPicture opened(scenePicture(640, 480));
+    opened.state.motionBlur = true;
+    AutoSearch search(snapshotOf(opened.state));
+    search.autoAngleCount = 1; // one angle: 23 real restorations
+    std::atomic<bool> cancel{false};
+    ASSERT_TRUE(search.run([](const ProgressUpdate&) {}, cancel));
+    ASSERT_EQ(search.results.size(), 23u);
+    EXPECT_EQ(search.autoLength, 93) << "as after the last length, 89, plus 4";
+
+    AutoSearch alone(snapshotOf(opened.state));
+    for (int k = 0; k < 23; k += 11) {
+        SCOPED_TRACE(k);
+        alone.autoLength = 1 + 4 * k;
+        const QImage expected = alone.ComputateAuto().convertToFormat(QImage::Format_Grayscale8);
+        EXPECT_EQ(search.results[k].thumbnail, expected);
+        EXPECT_EQ(search.results[k].searchedLength, 1 + 4 * k);
+    }
+}
+
 TEST(Data, OneInstanceForEveryThread) {
     std::vector<Data*> seen(8, nullptr);
     std::vector<std::thread> threads;
