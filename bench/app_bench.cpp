@@ -3,8 +3,8 @@
 #include "app/main_window.h"
 #include "engine/deconvolve.h"
 #include "engine/image_bridge.h"
-#include "engine/memory_policy.h"
 #include "engine/psf.h"
+#include "qt_bench_main.h"
 
 #include <QApplication>
 #include <QPushButton>
@@ -84,14 +84,5 @@ BENCHMARK(BM_TilesAtWorkingSize)->Unit(benchmark::kMillisecond)->UseRealTime()->
 } // namespace
 
 int main(int argc, char** argv) {
-    if (qEnvironmentVariableIsEmpty("QT_QPA_PLATFORM"))
-        qputenv("QT_QPA_PLATFORM", "offscreen");
-    if (qEnvironmentVariableIsEmpty("QT_LOGGING_RULES"))
-        qputenv("QT_LOGGING_RULES", "clarovi.info=false");
-    clarovi::engine::keepFreedMemoryForReuse();
-    QApplication app(argc, argv);
-    benchmark::Initialize(&argc, argv);
-    benchmark::RunSpecifiedBenchmarks();
-    benchmark::Shutdown();
-    return 0;
+    return runQtBenchmarks<QApplication>(argc, argv);
 }

@@ -3,9 +3,9 @@
 #include "auto/auto_search.h"
 #include "engine/deconvolve.h"
 #include "engine/image_bridge.h"
-#include "engine/memory_policy.h"
 #include "engine/psf.h"
 #include "jobs/job_fixtures.h"
+#include "qt_bench_main.h"
 
 #include <QGuiApplication>
 #include <benchmark/benchmark.h>
@@ -52,7 +52,14 @@ void BM_Deconvolve(benchmark::State& state) {
     for (auto _ : state)
         clarovi::engine::deconvolvePlane(0.0035, plane, result, kernel);
 }
-BENCHMARK(BM_Deconvolve)->Arg(512)->Arg(712)->Arg(768)->Arg(824)->Arg(880)->Unit(benchmark::kMillisecond)->UseRealTime();
+BENCHMARK(BM_Deconvolve)
+    ->Arg(512)
+    ->Arg(712)
+    ->Arg(768)
+    ->Arg(824)
+    ->Arg(880)
+    ->Unit(benchmark::kMillisecond)
+    ->UseRealTime();
 
 void wholeSearch(benchmark::State& state, bool motion) {
     for (auto _ : state) {
@@ -79,14 +86,5 @@ BENCHMARK(BM_SearchMotion)->Unit(benchmark::kMillisecond)->UseRealTime()->Iterat
 } // namespace
 
 int main(int argc, char** argv) {
-    if (qEnvironmentVariableIsEmpty("QT_QPA_PLATFORM"))
-        qputenv("QT_QPA_PLATFORM", "offscreen");
-    if (qEnvironmentVariableIsEmpty("QT_LOGGING_RULES"))
-        qputenv("QT_LOGGING_RULES", "clarovi.info=false");
-    clarovi::engine::keepFreedMemoryForReuse();
-    QGuiApplication app(argc, argv);
-    benchmark::Initialize(&argc, argv);
-    benchmark::RunSpecifiedBenchmarks();
-    benchmark::Shutdown();
-    return 0;
+    return runQtBenchmarks<QGuiApplication>(argc, argv);
 }

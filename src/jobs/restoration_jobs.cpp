@@ -79,16 +79,22 @@ void RestorationJobs::showResultAtDisplaySize() {
         m_window.showResult(shown);
 }
 
-void RestorationJobs::auxTrueNoMultithread() {
+// The frame of the whole-picture jobs: the label, the lock unless the job is a quick one, the
+// restoration while a picture is shown, and the result at display size.
+template <typename Work> void RestorationJobs::wholePictureJob(const char* what, Work&& restore) {
     m_window.showSettings(settingsText());
     const bool quick = m_state.autoSilent;
     if (!quick)
         m_window.lockEverything();
     if (m_window.showsResult())
-        guarded("restoration", [this] { restoreGreyPreview(); });
+        guarded(what, restore);
     showResultAtDisplaySize();
     if (!quick)
         m_window.unlockEverything();
+}
+
+void RestorationJobs::auxTrueNoMultithread() {
+    wholePictureJob("restoration", [this] { restoreGreyPreview(); });
 }
 
 void RestorationJobs::restoreGreyPreview() {
@@ -133,15 +139,7 @@ void RestorationJobs::ComputateIt(bool tiled) {
 }
 
 void RestorationJobs::auxFalse() {
-    m_window.showSettings(settingsText());
-    const bool quick = m_state.autoSilent;
-    if (!quick)
-        m_window.lockEverything();
-    if (m_window.showsResult())
-        guarded("colour restoration", [this] { restoreColour(); });
-    showResultAtDisplaySize();
-    if (!quick)
-        m_window.unlockEverything();
+    wholePictureJob("colour restoration", [this] { restoreColour(); });
     logLine("RESOLUTION %fx%f", double(m_state.resultImage.width()),
             double(m_state.resultImage.height()));
 }

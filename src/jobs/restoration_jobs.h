@@ -64,6 +64,7 @@ class RestorationJobs {
     QImage spectrumPicture(const cv::Mat& plane, const cv::Mat& kernel);
     void showResultAtDisplaySize();
     template <typename Work> void guarded(const char* what, Work&& work);
+    template <typename Work> void wholePictureJob(const char* what, Work&& restore);
 
     ControllerState& m_state;
     WindowPort& m_window;
