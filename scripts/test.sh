@@ -16,7 +16,7 @@ ctest --test-dir build --output-on-failure -j2 --timeout 600
 
 $strict || exit 0
 
-git ls-files -- 'src/*.cpp' 'src/*.h' 'tests/*.cpp' 'tests/*.h' 'bench/*.cpp' \
+git ls-files -- 'src/*.cpp' 'src/*.h' 'tests/*.cpp' 'tests/*.h' 'bench/*.cpp' 'bench/*.h' \
   | xargs clang-format --dry-run --Werror
 
 cmake -S . -B build-asan -G Ninja -DCLAROVI_WERROR=ON -DCLAROVI_SANITIZE=address,undefined \
