@@ -31,6 +31,8 @@ void AutoRun::MainWrapper() {
         return;
     m_window.showOverlay(true);
     m_cancel = false;
+    m_before = {m_state.activeImage, m_state.autoSilent, m_state.currentAngle,
+                m_state.currentWidth};
 
     m_search = std::make_unique<AutoSearch>(snapshotOf(m_state));
     if (m_testStep)
@@ -108,6 +110,10 @@ void AutoRun::finishCancelled() {
 
 void AutoRun::keepCurrentSettings() {
     m_pickTimer.stop();
+    m_state.activeImage = m_before.activeImage;
+    m_state.autoSilent = m_before.autoSilent;
+    m_state.currentAngle = m_before.currentAngle;
+    m_state.currentWidth = m_before.currentWidth;
     m_window.showOverlay(false);
 }
 

@@ -40,7 +40,8 @@ class AutoRun : public QObject {
     /// Stops the search after the step under way; its results are dropped and the state stays
     /// as it was before the run.
     void cancel();
-    /// Ends the wait for a pick without one: the overlay goes and nothing is restored.
+    /// Ends the wait for a pick without one: the overlay goes, nothing is restored, and what the
+    /// search changed of the state the window's controls stand for is put back.
     void keepCurrentSettings();
     /// At every tick of the pick timer: applies a pick once one waits.
     void unWrap();
@@ -70,6 +71,13 @@ class AutoRun : public QObject {
     std::thread m_worker;
     std::atomic<bool> m_cancel{false};
     QTimer m_pickTimer;
+    /// What the window's controls stood for before the run.
+    struct Settings {
+        QImage activeImage;
+        bool autoSilent = false;
+        double currentAngle = 0;
+        double currentWidth = 0;
+    } m_before;
     AutoSearch::Step m_testStep;
 };
 

@@ -46,6 +46,7 @@ TEST_F(MainWindowTest, AnAutoRunCoversTheWindowThenOpensTheGallery) {
 
     // "Keep current settings": the window comes back as it was, and the application goes on.
     const QImage shown = window->shownImage();
+    EXPECT_TRUE(window->state().autoSilent) << "as the search left it";
     QTest::mouseClick(gallery->findChild<QPushButton*>("keepBtn"), Qt::LeftButton);
     EXPECT_FALSE(gallery->isVisible());
     EXPECT_FALSE(overlay->isVisible());
@@ -54,6 +55,8 @@ TEST_F(MainWindowTest, AnAutoRunCoversTheWindowThenOpensTheGallery) {
     QTest::qWait(300);
     EXPECT_EQ(window->shownImage(), shown);
     EXPECT_TRUE(unlocked());
+    EXPECT_EQ(window->state().activeImage, window->state().sourceImage);
+    EXPECT_FALSE(window->state().autoSilent) << "RGB must restore the working picture again";
 }
 
 TEST_F(MainWindowTest, PickingTheFirstTileOfAMotionRunTakesItsSettings) {
