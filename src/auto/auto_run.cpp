@@ -57,8 +57,12 @@ void AutoRun::MainWrapper() {
 }
 
 void AutoRun::onUpdate(const ProgressUpdate& update) {
-    if (m_cancel.load())
+    if (m_cancel.load()) {
+        // Cancelled after the search had already posted its last step: end it here.
+        if (update.last)
+            finishCancelled();
         return;
+    }
     m_window.showProgressText(QString::asprintf("Remaining time: %.0f", update.remaining));
     m_window.showProgress(double(update.fraction));
     if (update.kind == SearchKind::OutOfFocus)
@@ -102,6 +106,8 @@ void AutoRun::cancel() {
 }
 
 void AutoRun::finishCancelled() {
+    if (!m_search)
+        return; // already ended
     joinWorker();
     m_search.reset();
     m_window.showOverlay(false);
