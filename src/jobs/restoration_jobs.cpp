@@ -5,7 +5,7 @@
 #include "engine/image_bridge.h"
 #include "engine/log.h"
 #include "engine/padding.h"
-#include "engine/spectrum.h"
+#include "engine/log_magnitude.h"
 #include "plane_restoration.h"
 
 #include <QCoreApplication>

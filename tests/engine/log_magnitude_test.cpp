@@ -1,4 +1,4 @@
-#include "engine/spectrum.h"
+#include "engine/log_magnitude.h"
 
 #include <gtest/gtest.h>
 

@@ -1,4 +1,4 @@
-#include "spectrum.h"
+#include "log_magnitude.h"
 
 #include <opencv2/core.hpp>
 
