@@ -4,8 +4,8 @@
 #include "engine/frequency.h"
 #include "engine/image_bridge.h"
 #include "engine/log.h"
-#include "engine/padding.h"
 #include "engine/log_magnitude.h"
+#include "engine/padding.h"
 #include "plane_restoration.h"
 
 #include <QCoreApplication>
