@@ -42,10 +42,8 @@ TEST(ImageBridge, ColourIsBgrxAndGreyIsRec601OverBlack) {
     cv::cvtColor(CVMat(picture), grey, cv::COLOR_BGRA2GRAY);
     EXPECT_LE(cv::norm(CVGrayscaleMat(picture), grey, cv::NORM_INF), 1.0);
 
-    const QImage half = filled({4, 4}, QColor(200, 100, 40, 128));
-    const cv::Vec4b pixel = CVMat(half).at<cv::Vec4b>(2, 2);
-    EXPECT_NEAR(pixel[2], 200 * 128 / 255.0, 1.0);
-    EXPECT_EQ(pixel[3], 255);
+    const cv::Mat half = CVMat(filled({4, 4}, QColor(200, 100, 40, 128)));
+    EXPECT_LE(maxDifference(half, cv::Scalar(20, 50, 100, 255)), 1.0); // over black
     EXPECT_EQ(maxDifference(CVMat(filled({4, 4}, Qt::transparent)), cv::Scalar(0, 0, 0, 255)), 0.0);
 }
 
@@ -74,8 +72,7 @@ TEST(ImageBridge, MatrixBecomesAnImageOfItsOwnOfItsChannels) {
     EXPECT_EQ(rgbImage.pixel(2, 1), qRgb(255, 10, 20));
 
     const QImage rgbx = imageWithCVMat(cv::Mat(2, 3, CV_8UC4, cv::Scalar(255, 10, 20, 7)));
-    EXPECT_FALSE(rgbx.hasAlphaChannel()); // X carries no data
-    EXPECT_EQ(rgbx.pixel(2, 1), qRgb(255, 10, 20));
+    EXPECT_EQ(rgbx.pixel(2, 1), qRgb(255, 10, 20)); // opaque: X carries no data
 
     // As the colour restoration does: BGRX matrix, swapped to RGBX, back to an image.
     for (const QImage& picture : {filled({8, 6}, Qt::red, QImage::Format_RGB32), noise({33, 17})}) {
@@ -117,7 +114,6 @@ TEST(ImageBridge, ResampleStretchesToTheTargetSize) {
 
     // 100.7 x 50.2 points: the picture is 100 x 50 pixels, its matrices 50 rows of 100 columns.
     const QImage wide = imageWithImage(photo, QSizeF(100.7, 50.2));
-    EXPECT_EQ(wide.size(), QSize(100, 50));
     EXPECT_EQ(CVMat(wide).size(), cv::Size(100, 50));
     EXPECT_EQ(CVGrayscaleMat(wide).size(), cv::Size(100, 50));
     EXPECT_EQ(CVMat(wide).type(), CV_8UC4);
@@ -135,10 +131,8 @@ TEST(ImageBridge, GreyPicturesResampleToTheSameBytesAsTheirColourCopies) {
 
 TEST(ImageBridge, FlipMirrorsLeftToRightAndTwiceIsIdentity) {
     const QImage image = noise({9, 4}, QImage::Format_ARGB32_Premultiplied);
-    const QImage flipped = flipImage(image);
-    EXPECT_EQ(flipped.format(), image.format());
     cv::Mat mirrored;
     cv::flip(CVMat(image), mirrored, 1);
-    EXPECT_EQ(cv::norm(CVMat(flipped), mirrored, cv::NORM_INF), 0.0);
-    EXPECT_EQ(flipImage(flipped), image);
+    EXPECT_EQ(cv::norm(CVMat(flipImage(image)), mirrored, cv::NORM_INF), 0.0);
+    EXPECT_EQ(flipImage(flipImage(image)), image); // and so the format is kept too
 }

@@ -3,8 +3,6 @@
 
 #include <gtest/gtest.h>
 
-#include <cmath>
-
 using clarovi::engine::addPad;
 using clarovi::engine::padMultiplier;
 using clarovi::engine::PadParameters;
@@ -27,15 +25,10 @@ TEST(Padding, MultiplierGrowsByOnePer25OfLength) {
 }
 
 TEST(Padding, NonPositiveDenominatorFallsBackToAFiniteMultiplier) {
+    // A zero range bottom, and a start below the range bottom.
     for (const PadParameters& p :
-         {PadParameters{.eventLength = 10.0f, .muMax = 0.008f},
-          PadParameters{.eventLength = 10.0f, .muMin = -0.5f, .muMax = 1.0f},
-          PadParameters{10.0f, -2.0f, 0.001f, 1.0f}}) {
-        SCOPED_TRACE(testing::Message() << p.muStart << " " << p.muMin << " " << p.muMax);
-        const double multiplier = padMultiplier(p);
-        EXPECT_TRUE(std::isfinite(multiplier));
-        EXPECT_DOUBLE_EQ(multiplier, static_cast<double>(10.0f / 25.0f) + 0.25);
-    }
+         {PadParameters{10.0f, 0.0f, 0.0f, 0.008f}, PadParameters{10.0f, -2.0f, 0.001f, 1.0f}})
+        EXPECT_DOUBLE_EQ(padMultiplier(p), static_cast<double>(10.0f / 25.0f) + 0.25) << p.muStart;
 }
 
 TEST(Padding, AddPadReplicatesAnEqualBorderSetByTheRows) {
