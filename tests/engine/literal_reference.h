@@ -2,25 +2,27 @@
 
 #include <opencv2/core.hpp>
 
-// Slow, literal versions of the frequency toolkit and of deconvolvePlane, step by step with
-// OpenCV's complex cv::dft: the oracle for the fast engine in tests and benchmarks.
+// A slow, literal deconvolvePlane built step by step on OpenCV's complex cv::dft: the oracle for
+// the fast engine in tests and benchmarks. Also the small helpers the engine tests share.
 namespace clarovi::reference {
 
-/// Matrices kept between calls, so that a benchmark of the literal steps measures transforms and
-/// loops rather than allocation.
+/// Matrices kept between calls, so that a benchmark measures transforms and loops, not allocation.
 struct Workspace {
-    cv::Mat padded, complexPlane, scratch, centred;
-    cv::Mat split[2], g[2], h[2], f[2];
+    cv::Mat padded, complexPlane, scratch, centred, g, h, f;
 };
 
-void forwardSpectrum(const cv::Mat& source, cv::Mat planes[2], Workspace& ws);
-void inverseSpectrum(cv::Mat planes[2], cv::Mat& out, Workspace& ws);
-/// On odd sizes the last row and column keep the source's values.
-void swapQuadrants(const cv::Mat& source, cv::Mat& destination, Workspace& ws);
-/// Each forward transform is hinted with its own matrix's row count.
-void convolveSpectrum(const cv::Mat& A, const cv::Mat& B, cv::Mat& C);
 /// With mu = 0, a frequency where S = 0 and the centred PSF is 0 gets W = 0.
 cv::Mat deconvolvePlane(double mu, const cv::Mat& plane, cv::Mat& result, const cv::Mat& psf,
                         Workspace& ws);
+
+inline cv::Mat randomPlane(cv::Size size, int seed, int type = CV_32F) {
+    cv::Mat plane(size, type);
+    cv::RNG(seed).fill(plane, cv::RNG::UNIFORM, 0, 255);
+    return plane;
+}
+
+inline double maxAbs(const cv::Mat& m) {
+    return cv::norm(m, cv::NORM_INF);
+}
 
 } // namespace clarovi::reference
