@@ -50,7 +50,7 @@ AutoSearch::AutoSearch(SearchInput input)
       m_input(std::move(input)) {
     m_smallCopy = engine::imageWithImage(m_input.previewSourceImage, QSizeF(kAutoSize, kAutoSize));
     m_smallGrey = engine::CVGrayscaleMat(m_smallCopy);
-    m_step = [this] { return restoreThumbnail(); };
+    m_step = [this] { return thumbnailFor(autoLength, autoAngleIndex); };
 }
 
 int AutoSearch::labelFor(int length) {
@@ -59,10 +59,6 @@ int AutoSearch::labelFor(int length) {
 
 double AutoSearch::angleOf(int angleIndex) const {
     return double((360 / autoAngleCount) * angleIndex);
-}
-
-double AutoSearch::angleOfIndex() const {
-    return double((360 / autoAngleCount) * autoAngleIndex);
 }
 
 cv::Mat AutoSearch::addAutoPad(const cv::Mat& src, double unused, int* pad) const {
@@ -91,10 +87,6 @@ void AutoSearch::beginStep() {
 QImage AutoSearch::ComputateAuto() {
     beginStep();
     return m_step();
-}
-
-QImage AutoSearch::restoreThumbnail() {
-    return thumbnailFor(autoLength, autoAngleIndex);
 }
 
 // One step's restoration for a length and an angle index; reads only what stays fixed during a
@@ -215,7 +207,7 @@ bool AutoSearch::runMotion(const std::function<void(const ProgressUpdate&)>& pos
     if (autoAngleCount < 1)
         return true;
     for (; autoAngleIndex < autoAngleCount; ++autoAngleIndex) {
-        currentAngle = angleOfIndex();
+        currentAngle = angleOf(autoAngleIndex);
         autoProgress = float(autoAngleIndex * (1.0 / autoAngleCount));
         currentWidth = 0.2;
         std::vector<int> lengths;

@@ -98,12 +98,10 @@ class AutoSearch {
     void record(const QImage& thumbnail);
     void appendStep();
     bool appendAngle(const std::vector<int>& lengths, const std::atomic<bool>& cancel);
-    QImage restoreThumbnail();
     QImage thumbnailFor(int length, int angleIndex) const;
     static cv::Mat autoPadded(const cv::Mat& src, double unused, int* pad, int length);
     static int labelFor(int length);
     double angleOf(int angleIndex) const;
-    double angleOfIndex() const;
 
     SearchInput m_input;
     QImage m_smallCopy; ///< previewSourceImage at 512 x 512: the same for every step

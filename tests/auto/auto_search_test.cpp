@@ -169,22 +169,6 @@ TEST(AutoSearch, ThumbnailsKeepThePicturesAspectWithALongerSideOf512) {
     }
 }
 
-TEST(AutoSearch, ARealOutOfFocusSearchOfTheSample) {
-    const QImage sample(QStringLiteral(CLAROVI_DATA_DIR "/coffee-defocus.png"));
-    ASSERT_FALSE(sample.isNull());
-    OpenedPicture opened(sample);
-    AutoSearch search(snapshotOf(opened.state));
-    std::atomic<bool> cancel{false};
-    int updates = 0;
-    ASSERT_TRUE(search.run([&](const ProgressUpdate&) { ++updates; }, cancel));
-    ASSERT_EQ(search.results.size(), 41u);
-    EXPECT_EQ(updates, 41);
-    for (const AutoResult& r : search.results) {
-        EXPECT_EQ(r.thumbnail.size(), QSize(512, 341));
-        EXPECT_EQ(r.thumbnail.format(), QImage::Format_Grayscale8);
-    }
-}
-
 TEST(AutoSearch, MotionStepsRestoredSideBySideEqualThoseRestoredAlone) {
     OpenedPicture opened(scenePicture(640, 480));
     opened.state.motionBlur = true;

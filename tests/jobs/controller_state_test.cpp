@@ -6,18 +6,6 @@
 
 using clarovi::jobs::ControllerState;
 
-TEST(ControllerState, SetUpGivesTheWindowsStartingValuesAndAFirstPsf) {
-    ControllerState state;
-    state.setUpDefaults(0.0035f, 0.002f, 0.008f, 10.0f);
-    // The padding reads the sharpness control's values as they were at set-up.
-    const auto pad = state.padParameters();
-    EXPECT_EQ(pad.muStart, 0.0035f);
-    EXPECT_EQ(pad.muMin, 0.002f);
-    EXPECT_EQ(pad.muMax, 0.008f);
-    // No picture yet: the PSF is drawn on the 128 x 128 canvas.
-    EXPECT_EQ(state.psfImage.size(), QSize(128, 128));
-}
-
 TEST(ControllerState, OpeningKeepsTheAspectForDisplayAndSquaresTheWorkingCopies) {
     struct Case {
         QSize photo;

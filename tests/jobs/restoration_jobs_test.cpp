@@ -117,20 +117,6 @@ TEST(PreviewJob, AFailureIsReportedAndWhatIsShownStays) {
     EXPECT_FALSE(opened.window.locked);
 }
 
-TEST(ColourJob, KeepsRedRedAndShowsTheResultAtDisplaySize) {
-    QImage red(600, 400, QImage::Format_RGB32);
-    red.fill(QColor(255, 0, 0));
-    OpenedPicture opened(red);
-    opened.jobs.runCompFalse();
-    ASSERT_EQ(opened.state.resultImage.size(), QSize(2048, 2048));
-    const QColor centre = opened.state.resultImage.pixelColor(1024, 1024);
-    EXPECT_GT(centre.red(), 240);
-    EXPECT_LT(centre.green(), 15);
-    EXPECT_LT(centre.blue(), 15);
-    EXPECT_EQ(opened.window.shown.size(), QSize(2048, 1365));
-    EXPECT_EQ(opened.window.shown.pixelColor(1000, 600).red(), centre.red());
-}
-
 TEST(ColourJob, BuildsTheSpectrumOnlyOncePerOpenedPicture) {
     OpenedPicture opened(scenePicture(600, 400));
     opened.state.keepAspect = false;
