@@ -42,37 +42,108 @@ void checkPlane(const cv::Mat& plane) {
         throw std::invalid_argument("the plane must have one channel");
 }
 
-/// 1 where the centred PSF is positive at (u, v): the support test reads the PSF in space, at the
-/// frequency's own index.
-double support(const PreparedPsf::Impl& h, int u, int v) {
-    const int pu = u - h.place.y;
-    const int pv = v - h.place.x;
-    const bool inside = pu >= 0 && pu < h.psf.rows && pv >= 0 && pv < h.psf.cols;
-    if (!inside)
-        return 0.0;
-    const double value =
-        h.psf.depth() == CV_64F ? h.psf.at<double>(pu, pv) : double(h.psf.at<float>(pu, pv));
-    return value > 0.0 ? 1.0 : 0.0;
+/// The centred PSF read in space at the frequency's own index, as the noise term needs it: the
+/// part of one plane row that the PSF covers, for either depth of kernel.
+class SupportRow {
+  public:
+    SupportRow(const PreparedPsf::Impl& h, int planeRow) : m_first(h.place.x) {
+        const int psfRow = planeRow - h.place.y;
+        if (psfRow < 0 || psfRow >= h.psf.rows)
+            return;
+        m_data = h.psf.ptr(psfRow);
+        m_double = h.psf.depth() == CV_64F;
+        m_count = h.psf.cols;
+    }
+    /// 1 where the centred PSF is positive at this column, else 0.
+    double operator()(int column) const {
+        const int k = column - m_first;
+        if (k < 0 || k >= m_count)
+            return 0.0;
+        const double value = m_double ? reinterpret_cast<const double*>(m_data)[k]
+                                      : double(reinterpret_cast<const float*>(m_data)[k]);
+        return value > 0.0 ? 1.0 : 0.0;
+    }
+
+  private:
+    const uchar* m_data = nullptr;
+    bool m_double = false;
+    int m_first = 0;
+    int m_count = 0;
+};
+
+struct Coefficient {
+    double re = 0.0;
+    double im = 0.0;
+};
+
+/// F = G / H' * W for one frequency, with H' = H + eps (1 + i), eps = 1e-8 where S < 1e-8, and
+/// W = |S / (m + S + 3 mu)|; written as G conj(H') W / |H'|^2.
+inline Coefficient filtered(Coefficient g, Coefficient h, double m, double mu3) {
+    const double s = h.re * h.re + h.im * h.im;
+    const double eps = s < 1e-8 ? 1e-8 : 0.0;
+    const double hr = h.re + eps;
+    const double hi = h.im + eps;
+    const double denominator = m + s + mu3;
+    // 0 / 0 (mu = 0 outside the PSF's support where H vanishes) removes the frequency.
+    const double w = denominator == 0.0 ? 0.0 : std::abs(s / denominator);
+    const double gain = w / (hr * hr + hi * hi);
+    return {(hr * g.re + hi * g.im) * gain, (hr * g.im - hi * g.re) * gain};
 }
 
-/// The filtered coefficient F = G / H' * W with H' = H + eps (1 + i) and W = |S / (m + S + 3 mu)|.
-std::complex<double> filtered(std::complex<double> gv, std::complex<double> hv, double m,
-                              double mu3) {
-    const double s = std::norm(hv);
-    const double denominator = m + s + mu3;
-    double gain; // W * D
-    double hr = hv.real();
-    double hi = hv.imag();
-    if (s < 1e-8) {
-        hr += 1e-8;
-        hi += 1e-8;
-        // 0 / 0 (mu = 0 outside the PSF's support where H vanishes) removes the frequency.
-        gain = denominator == 0.0 ? 0.0 : std::abs(s / denominator) / (hr * hr + hi * hi);
-    } else {
-        // Without the offset D = 1 / S, so W * D = 1 / |m + S + 3 mu|: one division.
-        gain = 1.0 / std::abs(denominator);
+Coefficient conjugate(Coefficient c) {
+    return {c.re, -c.im};
+}
+
+Coefficient coefficientAt(const fftw::HalfSpectrum& spectrum, int u, int v) {
+    const std::complex<double> c = spectrum.at(u, v);
+    return {c.real(), c.imag()};
+}
+
+/// One row of the Hermitian part (F[k] + conj F[-k]) / 2 of the filtered spectrum, scaled, in
+/// place of G's row: at an optimal size G[-k] = conj G[k] and H[-k] = conj H[k].
+void filterSymmetricRow(std::complex<double>* gRow, const std::complex<double>* hRow, int i,
+                        int half, double mu3, double scale, const PreparedPsf::Impl& h) {
+    const int rows = h.spectrum.rows;
+    const int cols = h.spectrum.cols;
+    const SupportRow support(h, i);
+    const SupportRow mirrorSupport(h, i == 0 ? 0 : rows - i);
+    for (int j = 0; j < half; ++j) {
+        const Coefficient g{gRow[j].real(), gRow[j].imag()};
+        const Coefficient hv{hRow[j].real(), hRow[j].imag()};
+        const double m = support(j);
+        const double mirrorM = mirrorSupport(j == 0 ? 0 : cols - j);
+        const double s = hv.re * hv.re + hv.im * hv.im;
+        if (s >= 1e-8) {
+            // No offset: both terms are G conj(H) / |m + S + 3 mu|, with their own m.
+            const double gain =
+                (1.0 / std::abs(m + s + mu3) + 1.0 / std::abs(mirrorM + s + mu3)) * scale;
+            gRow[j] = {(hv.re * g.re + hv.im * g.im) * gain, (hv.re * g.im - hv.im * g.re) * gain};
+            continue;
+        }
+        const Coefficient a = filtered(g, hv, m, mu3);
+        const Coefficient b = conjugate(filtered(conjugate(g), conjugate(hv), mirrorM, mu3));
+        gRow[j] = {(a.re + b.re) * scale, (a.im + b.im) * scale};
     }
-    return {(hr * gv.real() + hi * gv.imag()) * gain, (hr * gv.imag() - hi * gv.real()) * gain};
+}
+
+/// One row of the Hermitian part of the filtered spectrum when G and H are the R x C window of a
+/// larger transform, which has no symmetry of its own: both indices are read.
+void filterWindowRow(std::complex<double>* target, const fftw::HalfSpectrum& g, int i, int half,
+                     double mu3, double scale, const PreparedPsf::Impl& h) {
+    const int rows = h.size.height;
+    const int cols = h.size.width;
+    const int mirrorRow = i == 0 ? 0 : rows - i;
+    const SupportRow support(h, i);
+    const SupportRow mirrorSupport(h, mirrorRow);
+    for (int j = 0; j < half; ++j) {
+        const int mirrorCol = j == 0 ? 0 : cols - j;
+        const Coefficient a =
+            filtered(coefficientAt(g, i, j), coefficientAt(h.spectrum, i, j), support(j), mu3);
+        const Coefficient b = conjugate(filtered(coefficientAt(g, mirrorRow, mirrorCol),
+                                                 coefficientAt(h.spectrum, mirrorRow, mirrorCol),
+                                                 mirrorSupport(mirrorCol), mu3));
+        target[j] = {(a.re + b.re) * scale, (a.im + b.im) * scale};
+    }
 }
 
 void restore(double mu, const cv::Mat& plane, cv::Mat& result, const PreparedPsf::Impl& h) {
@@ -95,36 +166,15 @@ void restore(double mu, const cv::Mat& plane, cv::Mat& result, const PreparedPsf
         // in place, which spares a buffer the size of the spectrum.
         f = g.row(0);
         stride = g.stride;
-        for (int i = 0; i < rows; ++i) {
-            const int mirrorRow = i == 0 ? 0 : rows - i;
-            std::complex<double>* gRow = g.row(i);
-            const std::complex<double>* hRow = h.spectrum.row(i);
-            for (int j = 0; j < half; ++j) {
-                const int mirrorCol = j == 0 ? 0 : cols - j;
-                const std::complex<double> gv = gRow[j];
-                const std::complex<double> hv = hRow[j];
-                gRow[j] = (filtered(gv, hv, support(h, i, j), mu3) +
-                           std::conj(filtered(std::conj(gv), std::conj(hv),
-                                              support(h, mirrorRow, mirrorCol), mu3))) *
-                          scale;
-            }
-        }
+        for (int i = 0; i < rows; ++i)
+            filterSymmetricRow(g.row(i), h.spectrum.row(i), i, half, mu3, scale, h);
     } else {
         // The R x C window of a larger transform has no symmetry of its own: read both indices.
         stride = fftw::rowStride(half);
         thread_local fftw::Buffer<fftw_complex> spectrumBuffer;
         f = reinterpret_cast<std::complex<double>*>(spectrumBuffer.reserve(rows * stride));
-        const auto at = [&](int u, int v) {
-            return filtered(g.at(u, v), h.spectrum.at(u, v), support(h, u, v), mu3);
-        };
-        for (int i = 0; i < rows; ++i) {
-            const int mirrorRow = i == 0 ? 0 : rows - i;
-            std::complex<double>* target = f + i * stride;
-            for (int j = 0; j < half; ++j) {
-                const int mirrorCol = j == 0 ? 0 : cols - j;
-                target[j] = (at(i, j) + std::conj(at(mirrorRow, mirrorCol))) * scale;
-            }
-        }
+        for (int i = 0; i < rows; ++i)
+            filterWindowRow(f + i * stride, g, i, half, mu3, scale, h);
     }
 
     auto* spectrum = reinterpret_cast<fftw_complex*>(f);
