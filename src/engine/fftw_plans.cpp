@@ -108,22 +108,25 @@ void forwardReal(const cv::Mat& source, cv::Point offset, cv::Size canvas, HalfS
 }
 
 void transformColumns(fftw_complex* data, int rows, int cols, std::ptrdiff_t stride, Kind kind) {
+    // The scratch columns lie a padded length apart, so that the 16 values copied from one row
+    // do not all fall into one cache set.
+    const std::ptrdiff_t pitch = rowStride(rows);
     thread_local Buffer<fftw_complex> scratchBuffer;
-    fftw_complex* scratch = scratchBuffer.reserve(static_cast<std::size_t>(kColumnBlock) * rows);
+    fftw_complex* scratch = scratchBuffer.reserve(kColumnBlock * pitch);
     const fftw_plan columnPlan = plan(kind, rows);
     for (int j0 = 0; j0 < cols; j0 += kColumnBlock) {
         const int width = std::min(kColumnBlock, cols - j0);
         for (int i = 0; i < rows; ++i) {
             const fftw_complex* from = data + i * stride + j0;
             for (int b = 0; b < width; ++b)
-                std::memcpy(scratch[b * rows + i], from[b], sizeof(fftw_complex));
+                std::memcpy(scratch[b * pitch + i], from[b], sizeof(fftw_complex));
         }
         for (int b = 0; b < width; ++b)
-            fftw_execute_dft(columnPlan, scratch + b * rows, scratch + b * rows);
+            fftw_execute_dft(columnPlan, scratch + b * pitch, scratch + b * pitch);
         for (int i = 0; i < rows; ++i) {
             fftw_complex* to = data + i * stride + j0;
             for (int b = 0; b < width; ++b)
-                std::memcpy(to[b], scratch[b * rows + i], sizeof(fftw_complex));
+                std::memcpy(to[b], scratch[b * pitch + i], sizeof(fftw_complex));
         }
     }
 }
