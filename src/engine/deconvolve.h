@@ -7,7 +7,7 @@
 namespace clarovi::engine {
 
 /// Restores one plane (one channel, R x C, any depth, read as double) blurred by psf (one
-/// channel, read as double: CV_32F and CV_64F without a copy; r x c with r <= R and c <= C,
+/// channel, any depth, read as double a row at a time; r x c with r <= R and c <= C,
 /// normalised to sum 1) with the Wiener-type filter
 /// W = |S / (m + S + 3 mu)|, S = |H|^2, m = 1 where the centred PSF is positive. result receives
 /// the restored R x C CV_64F plane, neither clipped nor scaled; the return value shares its data.
@@ -19,7 +19,8 @@ cv::Mat deconvolvePlane(double mu, const cv::Mat& plane, cv::Mat& result, const 
 /// several restorations of that size (the colour planes of a picture, the tiles of a preview).
 class PreparedPsf {
   public:
-    /// psf (CV_64F, no larger than the plane) is kept by reference: do not change it meanwhile.
+    /// psf: one channel, no larger than the plane; nothing of it is kept but its spectrum and
+    /// where it is positive.
     PreparedPsf(const cv::Mat& psf, cv::Size planeSize);
     ~PreparedPsf();
     PreparedPsf(PreparedPsf&&) noexcept;

@@ -77,34 +77,97 @@ std::ptrdiff_t rowStride(int count) {
     return stride;
 }
 
-void forwardReal(const cv::Mat& source, cv::Point offset, cv::Size canvas, HalfSpectrum& out) {
-    const int rows = cv::getOptimalDFTSize(canvas.height);
-    const int cols = cv::getOptimalDFTSize(canvas.width);
-    out.rows = rows;
-    out.cols = cols;
-    out.stride = rowStride(cols / 2 + 1);
-    fftw_complex* spectrum = out.buffer.reserve(rows * out.stride);
+void HalfSpectrum::reshape(int rowCount, int colCount) {
+    rows = rowCount;
+    cols = colCount;
+    pitch = rowStride(rowCount);
+    buffer.reserve(static_cast<std::size_t>(halfCols()) * pitch);
+}
 
+namespace {
+
+/// Rows are transformed a block at a time into this many rows of scratch, from which each column
+/// takes its values as one contiguous run (and back again for the inverse).
+constexpr int kRowBlock = 16;
+
+struct RowBlock {
+    std::ptrdiff_t stride;
+    fftw_complex* data;
+
+    explicit RowBlock(int half) : stride(rowStride(half)) {
+        thread_local Buffer<fftw_complex> buffer;
+        data = buffer.reserve(kRowBlock * stride);
+    }
+    fftw_complex* row(int b) const { return data + b * stride; }
+};
+
+void transformEachColumn(HalfSpectrum& spectrum, Kind kind) {
+    const fftw_plan columnPlan = plan(kind, spectrum.rows);
+    for (int j = 0; j < spectrum.halfCols(); ++j) {
+        auto* column = reinterpret_cast<fftw_complex*>(spectrum.column(j));
+        fftw_execute_dft(columnPlan, column, column);
+    }
+}
+
+} // namespace
+
+void forwardReal(const cv::Mat& source, cv::Point offset, cv::Size canvas, HalfSpectrum& out,
+                 const RowObserver& observeRow) {
+    out.reshape(cv::getOptimalDFTSize(canvas.height), cv::getOptimalDFTSize(canvas.width));
+    const int cols = out.cols;
+    const int half = out.halfCols();
+    const RowBlock block(half);
     thread_local Buffer<double> line;
     double* real = line.reserve(cols);
     std::fill(real, real + cols, 0.0);
     const fftw_plan rowPlan = plan(Kind::RealToComplex, cols);
     cv::Mat lineHeader(1, std::max(source.cols, 1), CV_64F, real + offset.x);
-    for (int i = 0; i < rows; ++i) {
-        fftw_complex* target = spectrum + i * out.stride;
-        const int s = i - offset.y;
-        bool zero = s < 0 || s >= source.rows;
-        if (!zero) {
-            source.row(s).convertTo(lineHeader, CV_64F);
-            zero = std::all_of(real + offset.x, real + offset.x + source.cols,
-                               [](double x) { return x == 0.0; });
+    for (int i0 = 0; i0 < out.rows; i0 += kRowBlock) {
+        const int height = std::min(kRowBlock, out.rows - i0);
+        for (int b = 0; b < height; ++b) {
+            const int s = i0 + b - offset.y;
+            bool zero = s < 0 || s >= source.rows;
+            if (!zero) {
+                source.row(s).convertTo(lineHeader, CV_64F);
+                zero = std::all_of(real + offset.x, real + offset.x + source.cols,
+                                   [](double x) { return x == 0.0; });
+            }
+            if (zero) {
+                std::memset(block.row(b), 0, half * sizeof(fftw_complex));
+                continue;
+            }
+            if (observeRow)
+                observeRow(s, real + offset.x);
+            fftw_execute_dft_r2c(rowPlan, real, block.row(b));
         }
-        if (zero)
-            std::memset(target, 0, (cols / 2 + 1) * sizeof(fftw_complex));
-        else
-            fftw_execute_dft_r2c(rowPlan, real, target);
+        for (int j = 0; j < half; ++j) {
+            auto* to = reinterpret_cast<fftw_complex*>(out.column(j)) + i0;
+            for (int b = 0; b < height; ++b)
+                std::memcpy(to[b], block.row(b)[j], sizeof(fftw_complex));
+        }
     }
-    transformColumns(spectrum, rows, cols / 2 + 1, out.stride, Kind::Forward);
+    transformEachColumn(out, Kind::Forward);
+}
+
+void inverseReal(HalfSpectrum& spectrum, const std::function<void(int, const double*)>& takeRow) {
+    transformEachColumn(spectrum, Kind::Backward);
+    const int half = spectrum.halfCols();
+    const RowBlock block(half);
+    thread_local Buffer<double> line;
+    double* real = line.reserve(spectrum.cols);
+    const fftw_plan rowPlan = plan(Kind::ComplexToReal, spectrum.cols);
+    for (int i0 = 0; i0 < spectrum.rows; i0 += kRowBlock) {
+        const int height = std::min(kRowBlock, spectrum.rows - i0);
+        for (int j = 0; j < half; ++j) {
+            const auto* from = reinterpret_cast<const fftw_complex*>(spectrum.column(j)) + i0;
+            for (int b = 0; b < height; ++b)
+                std::memcpy(block.row(b)[j], from[b], sizeof(fftw_complex));
+        }
+        for (int b = 0; b < height; ++b) {
+            fftw_execute_dft_c2r(rowPlan, block.row(b), real);
+            takeRow(i0 + b, real);
+        }
+    }
 }
 
 void transformColumns(fftw_complex* data, int rows, int cols, std::ptrdiff_t stride, Kind kind) {

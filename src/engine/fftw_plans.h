@@ -1,13 +1,15 @@
 #pragma once
 
+#include "memory_policy.h"
+
 #include <opencv2/core.hpp>
 
 #include <fftw3.h>
 
 #include <complex>
 #include <cstddef>
+#include <functional>
 #include <memory>
-#include <new>
 
 // Internal to the engine: 2-D transforms built from cached 1-D FFTW plans.
 namespace clarovi::engine::fftw {
@@ -27,15 +29,12 @@ fftw_plan plan(Kind kind, int n);
 /// For benchmarks of a first call only; no transform may be running.
 void clearPlans();
 
-/// Grow-only storage from fftw_malloc, kept between calls so that steady state does not touch
-/// fresh pages.
+/// Grow-only working storage, kept between calls so that steady state does not touch fresh pages.
 template <typename T> class Buffer {
   public:
     T* reserve(std::size_t count) {
         if (count > m_capacity) {
-            m_data.reset(static_cast<T*>(fftw_malloc(count * sizeof(T))));
-            if (!m_data)
-                throw std::bad_alloc();
+            m_data.reset(static_cast<T*>(allocateWorkingMemory(count * sizeof(T))));
             m_capacity = count;
         }
         return m_data.get();
@@ -44,7 +43,7 @@ template <typename T> class Buffer {
 
   private:
     struct Free {
-        void operator()(T* p) const { fftw_free(p); }
+        void operator()(T* p) const { freeWorkingMemory(p); }
     };
     std::unique_ptr<T, Free> m_data;
     std::size_t m_capacity = 0;
@@ -55,28 +54,41 @@ template <typename T> class Buffer {
 std::ptrdiff_t rowStride(int count);
 
 /// The left half (columns 0 .. cols / 2) of the spectrum of a real rows x cols array; the other
-/// half follows from Hermitian symmetry.
+/// half follows from Hermitian symmetry. It is stored a column at a time, so that the transforms
+/// down the columns run on contiguous memory.
 struct HalfSpectrum {
     int rows = 0;
     int cols = 0;
-    std::ptrdiff_t stride = 0;
+    std::ptrdiff_t pitch = 0; ///< complex values from the start of one column to the next
     Buffer<fftw_complex> buffer;
 
-    std::complex<double>* row(int i) const {
-        return reinterpret_cast<std::complex<double>*>(buffer.data() + i * stride);
+    /// Shapes the storage for the half spectrum of a rows x cols array.
+    void reshape(int rowCount, int colCount);
+    int halfCols() const { return cols / 2 + 1; }
+    std::complex<double>* column(int v) const {
+        return reinterpret_cast<std::complex<double>*>(buffer.data() + v * pitch);
     }
     /// Coefficient (u, v) of the full rows x cols spectrum, 0 <= u < rows, 0 <= v < cols.
     std::complex<double> at(int u, int v) const {
         if (2 * v <= cols)
-            return row(u)[v];
-        return std::conj(row(u == 0 ? 0 : rows - u)[cols - v]);
+            return column(v)[u];
+        return std::conj(column(cols - v)[u == 0 ? 0 : rows - u]);
     }
 };
 
+/// Called with each row of the source that is not all zero, as doubles: (row, values).
+using RowObserver = std::function<void(int, const double*)>;
+
 /// Spectrum of source (one channel, any depth) placed with its top-left corner at offset in a
 /// zero canvas, zero-padded to the optimal DFT size of the canvas. Rows that are all zero skip
-/// their row transform.
-void forwardReal(const cv::Mat& source, cv::Point offset, cv::Size canvas, HalfSpectrum& out);
+/// their row transform. observeRow, if given, sees every other row on the way.
+void forwardReal(const cv::Mat& source, cv::Point offset, cv::Size canvas, HalfSpectrum& out,
+                 const RowObserver& observeRow = {});
+
+/// The real rows x cols array whose half spectrum is given (the inverse transform, unscaled):
+/// transforms the columns in place, then hands each row of the result to takeRow(i, values).
+/// The spectrum is destroyed.
+void inverseReal(HalfSpectrum& spectrum, const std::function<void(int, const double*)>& takeRow);
 
 /// Transforms each of the cols columns (length rows, row stride in complex values) of data in
 /// place, a block of columns at a time through a contiguous scratch so that memory is read in
