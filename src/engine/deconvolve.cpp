@@ -107,24 +107,44 @@ struct Coefficient {
 /// W = |S / (m + S + 3 mu)|; written as G conj(H') W / |H'|^2.
 inline Coefficient filtered(Coefficient g, Coefficient h, double m, double mu3) {
     const double s = h.re * h.re + h.im * h.im;
-    const double eps = s < 1e-8 ? 1e-8 : 0.0;
-    const double hr = h.re + eps;
-    const double hi = h.im + eps;
-    const double denominator = m + s + mu3;
-    // 0 / 0 (mu = 0 outside the PSF's support where H vanishes) removes the frequency.
-    const double w = denominator == 0.0 ? 0.0 : std::abs(s / denominator);
-    const double gain = w / (hr * hr + hi * hi);
-    return {(hr * g.re + hi * g.im) * gain, (hr * g.im - hi * g.re) * gain};
+    double gain; // W / |H'|^2
+    if (s >= 1e-8) {
+        // No offset: W / S = 1 / |m + S + 3 mu|, one division.
+        gain = 1.0 / std::abs(m + s + mu3);
+    } else {
+        h.re += 1e-8;
+        h.im += 1e-8;
+        const double denominator = m + s + mu3;
+        // 0 / 0 (mu = 0 outside the PSF's support where H vanishes) removes the frequency.
+        const double w = denominator == 0.0 ? 0.0 : std::abs(s / denominator);
+        gain = w / (h.re * h.re + h.im * h.im);
+    }
+    return {(h.re * g.re + h.im * g.im) * gain, (h.re * g.im - h.im * g.re) * gain};
 }
 
 Coefficient conjugate(Coefficient c) {
     return {c.re, -c.im};
 }
 
-Coefficient coefficientAt(const fftw::HalfSpectrum& spectrum, int u, int v) {
-    const std::complex<double> c = spectrum.at(u, v);
-    return {c.real(), c.imag()};
-}
+/// Column v of the full spectrum, read from the half that is stored.
+class FullColumn {
+  public:
+    FullColumn(const fftw::HalfSpectrum& spectrum, int v) : m_rows(spectrum.rows) {
+        m_mirrored = 2 * v > spectrum.cols;
+        m_data = spectrum.column(m_mirrored ? spectrum.cols - v : v);
+    }
+    Coefficient operator()(int u) const {
+        if (!m_mirrored)
+            return {m_data[u].real(), m_data[u].imag()};
+        const std::complex<double> c = m_data[u == 0 ? 0 : m_rows - u];
+        return {c.real(), -c.imag()};
+    }
+
+  private:
+    const std::complex<double>* m_data;
+    int m_rows;
+    bool m_mirrored;
+};
 
 /// One column of the Hermitian part (F[k] + conj F[-k]) / 2 of the filtered spectrum, scaled, in
 /// place of G's column: at an optimal size G[-k] = conj G[k] and H[-k] = conj H[k].
@@ -163,13 +183,13 @@ void filterWindowColumn(std::complex<double>* target, const fftw::HalfSpectrum& 
     const int mirrorCol = j == 0 ? 0 : cols - j;
     const SupportColumn support(h.support, j);
     const SupportColumn mirrorSupport(h.support, mirrorCol);
+    const FullColumn gColumn(g, j), gMirror(g, mirrorCol);
+    const FullColumn hColumn(h.spectrum, j), hMirror(h.spectrum, mirrorCol);
     for (int i = 0; i < rows; ++i) {
         const int mirrorRow = i == 0 ? 0 : rows - i;
-        const Coefficient a =
-            filtered(coefficientAt(g, i, j), coefficientAt(h.spectrum, i, j), support(i), mu3);
-        const Coefficient b = conjugate(filtered(coefficientAt(g, mirrorRow, mirrorCol),
-                                                 coefficientAt(h.spectrum, mirrorRow, mirrorCol),
-                                                 mirrorSupport(mirrorRow), mu3));
+        const Coefficient a = filtered(gColumn(i), hColumn(i), support(i), mu3);
+        const Coefficient b = conjugate(
+            filtered(gMirror(mirrorRow), hMirror(mirrorRow), mirrorSupport(mirrorRow), mu3));
         target[i] = {(a.re + b.re) * scale, (a.im + b.im) * scale};
     }
 }
