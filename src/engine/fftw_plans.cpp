@@ -112,7 +112,7 @@ void transformEachColumn(HalfSpectrum& spectrum, Kind kind) {
 } // namespace
 
 void forwardReal(const cv::Mat& source, cv::Point offset, cv::Size canvas, HalfSpectrum& out,
-                 const RowObserver& observeRow) {
+                 const RowCallback& observeRow) {
     out.reshape(cv::getOptimalDFTSize(canvas.height), cv::getOptimalDFTSize(canvas.width));
     const int cols = out.cols;
     const int half = out.halfCols();
@@ -149,7 +149,7 @@ void forwardReal(const cv::Mat& source, cv::Point offset, cv::Size canvas, HalfS
     transformEachColumn(out, Kind::Forward);
 }
 
-void inverseReal(HalfSpectrum& spectrum, const std::function<void(int, const double*)>& takeRow) {
+void inverseReal(HalfSpectrum& spectrum, const RowCallback& takeRow) {
     transformEachColumn(spectrum, Kind::Backward);
     const int half = spectrum.halfCols();
     const RowBlock block(half);

@@ -76,19 +76,19 @@ struct HalfSpectrum {
     }
 };
 
-/// Called with each row of the source that is not all zero, as doubles: (row, values).
-using RowObserver = std::function<void(int, const double*)>;
+/// Hands over one row of real values: (row index, values).
+using RowCallback = std::function<void(int, const double*)>;
 
 /// Spectrum of source (one channel, any depth) placed with its top-left corner at offset in a
 /// zero canvas, zero-padded to the optimal DFT size of the canvas. Rows that are all zero skip
-/// their row transform. observeRow, if given, sees every other row on the way.
+/// their row transform; observeRow, if given, is handed each row that is not, as doubles.
 void forwardReal(const cv::Mat& source, cv::Point offset, cv::Size canvas, HalfSpectrum& out,
-                 const RowObserver& observeRow = {});
+                 const RowCallback& observeRow = {});
 
 /// The real rows x cols array whose half spectrum is given (the inverse transform, unscaled):
 /// transforms the columns in place, then hands each row of the result to takeRow(i, values).
 /// The spectrum is destroyed.
-void inverseReal(HalfSpectrum& spectrum, const std::function<void(int, const double*)>& takeRow);
+void inverseReal(HalfSpectrum& spectrum, const RowCallback& takeRow);
 
 /// Transforms each of the cols columns (length rows, row stride in complex values) of data in
 /// place, a block of columns at a time through a contiguous scratch so that memory is read in
