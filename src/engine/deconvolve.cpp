@@ -40,18 +40,25 @@ void checkPsf(const cv::Mat& psf) {
         throw std::invalid_argument("the PSF must have one channel");
 }
 
-/// Makes the spectrum of psf centred in a plane of the given size, and finds its support on the
-/// way through the rows.
+/// The size a plane is restored at: its own size grown to sizes the transform is fast at.
+cv::Size transformSize(cv::Size planeSize) {
+    return {cv::getOptimalDFTSize(planeSize.width), cv::getOptimalDFTSize(planeSize.height)};
+}
+
+/// Makes the spectrum of psf centred in the transform of a plane of the given size, and finds its
+/// support on the way through the rows.
 void prepare(PreparedPsf::Impl& h, const cv::Mat& psf, cv::Size planeSize) {
     checkPsf(psf);
-    const cv::Point place = centredPlace(psf, planeSize);
+    centredPlace(psf, planeSize); // only checks that it fits the plane
     h.size = planeSize;
     h.support.box = {};
     if (planeSize.empty())
         return;
+    const cv::Size transform = transformSize(planeSize);
+    const cv::Point place = centredPlace(psf, transform);
     int top = psf.rows, bottom = -1, left = psf.cols, right = -1;
     const auto positive = [](double x) { return x > 0.0; };
-    fftw::forwardReal(psf, place, planeSize, h.spectrum, [&](int row, const double* values) {
+    fftw::forwardReal(psf, place, transform, h.spectrum, [&](int row, const double* values) {
         const double* end = values + psf.cols;
         const double* first = std::find_if(values, end, positive);
         if (first == end)
@@ -126,26 +133,6 @@ Coefficient conjugate(Coefficient c) {
     return {c.re, -c.im};
 }
 
-/// Column v of the full spectrum, read from the half that is stored.
-class FullColumn {
-  public:
-    FullColumn(const fftw::HalfSpectrum& spectrum, int v) : m_rows(spectrum.rows) {
-        m_mirrored = 2 * v > spectrum.cols;
-        m_data = spectrum.column(m_mirrored ? spectrum.cols - v : v);
-    }
-    Coefficient operator()(int u) const {
-        if (!m_mirrored)
-            return {m_data[u].real(), m_data[u].imag()};
-        const std::complex<double> c = m_data[u == 0 ? 0 : m_rows - u];
-        return {c.real(), -c.imag()};
-    }
-
-  private:
-    const std::complex<double>* m_data;
-    int m_rows;
-    bool m_mirrored;
-};
-
 /// One column of the Hermitian part (F[k] + conj F[-k]) / 2 of the filtered spectrum, scaled, in
 /// place of G's column: at an optimal size G[-k] = conj G[k] and H[-k] = conj H[k].
 void filterSymmetricColumn(std::complex<double>* gColumn, const std::complex<double>* hColumn,
@@ -174,75 +161,55 @@ void filterSymmetricColumn(std::complex<double>* gColumn, const std::complex<dou
     }
 }
 
-/// One column of the Hermitian part of the filtered spectrum when G and H are the R x C window
-/// of a larger transform, which has no symmetry of its own: both indices are read.
-void filterWindowColumn(std::complex<double>* target, const fftw::HalfSpectrum& g, int j,
-                        double mu3, double scale, const PreparedPsf::Impl& h) {
-    const int rows = h.size.height;
-    const int cols = h.size.width;
-    const int mirrorCol = j == 0 ? 0 : cols - j;
-    const SupportColumn support(h.support, j);
-    const SupportColumn mirrorSupport(h.support, mirrorCol);
-    const FullColumn gColumn(g, j), gMirror(g, mirrorCol);
-    const FullColumn hColumn(h.spectrum, j), hMirror(h.spectrum, mirrorCol);
-    for (int i = 0; i < rows; ++i) {
-        const int mirrorRow = i == 0 ? 0 : rows - i;
-        const Coefficient a = filtered(gColumn(i), hColumn(i), support(i), mu3);
-        const Coefficient b = conjugate(
-            filtered(gMirror(mirrorRow), hMirror(mirrorRow), mirrorSupport(mirrorRow), mu3));
-        target[i] = {(a.re + b.re) * scale, (a.im + b.im) * scale};
-    }
-}
-
-/// Writes an inverse-transformed row to its place in result: the PSF was centred rather than put
-/// at the origin, so the picture comes out shifted by half its size, and each row goes straight to
-/// its swapped place, exactly as swapQuadrants would move it (the last row and column of odd
-/// sizes stay put).
-void placeSwapped(cv::Mat& result, int i, const double* line) {
-    const int cols = result.cols;
+/// Writes row i of the inverse transform (rows x cols, the transform's size) to its place in
+/// result, which keeps the plane's top-left part of it: the PSF was centred rather than put at the
+/// origin, so the picture comes out shifted by half the transform's size, and each row goes
+/// straight to its swapped place, exactly as swapQuadrants would move it (the last row and column
+/// of odd sizes stay put).
+void placeSwapped(cv::Mat& result, int rows, int cols, int i, const double* line) {
     const int cx = cols / 2;
-    const int cy = result.rows / 2;
+    const int cy = rows / 2;
+    const int keep = result.cols;
     if (i == 2 * cy) { // the last row of an odd height
-        std::memcpy(result.ptr<double>(i), line, cols * sizeof(double));
+        if (i < result.rows)
+            std::memcpy(result.ptr<double>(i), line, keep * sizeof(double));
         return;
     }
-    auto* out = result.ptr<double>(i < cy ? i + cy : i - cy);
-    std::memcpy(out + cx, line, cx * sizeof(double));
-    std::memcpy(out, line + cx, cx * sizeof(double));
-    if (cols % 2 == 1) // the last column of an odd width: same row, same place
-        result.ptr<double>(i)[cols - 1] = line[cols - 1];
+    const int target = i < cy ? i + cy : i - cy;
+    if (target >= result.rows)
+        return;
+    auto* out = result.ptr<double>(target);
+    std::memcpy(out, line + cx, std::min(cx, keep) * sizeof(double));
+    if (keep > cx)
+        std::memcpy(out + cx, line, std::min(cx, keep - cx) * sizeof(double));
+    if (cols % 2 == 1 && cols - 1 < keep) // the last column of an odd width: same place
+        out[cols - 1] = line[cols - 1];
 }
 
+/// Restores plane at the transform size of h: the plane's last row and column are repeated up to
+/// that size, which the filter and the inverse treat as one periodic picture, and the plane's own
+/// part of the result is kept. Restoring only the plane's own coefficients of a larger transform
+/// would invert a spectrum that is not the plane's and smear the picture.
 void restore(double mu, const cv::Mat& plane, cv::Mat& result, const PreparedPsf::Impl& h) {
-    const int rows = plane.rows;
-    const int cols = plane.cols;
     thread_local fftw::HalfSpectrum g;
-    fftw::forwardReal(plane, {0, 0}, plane.size(), g);
+    fftw::forwardReal(plane, {0, 0}, plane.size(), g, {}, fftw::Outside::Replicate);
+    const int rows = g.rows;
+    const int cols = g.cols;
 
     // Only the real part of the inverse is kept, and that is the inverse of the Hermitian part
-    // (F[k] + conj F[-k]) / 2, which a complex-to-real transform of half the size computes.
-    // The 1 / (R C) scaling of the inverse is folded in here.
+    // (F[k] + conj F[-k]) / 2, which a complex-to-real transform of half the size computes; the
+    // filtered spectrum replaces G in place. The 1 / (R C) scaling of the inverse is folded in.
     const double mu3 = 3.0 * mu;
     const double scale = 0.5 / (static_cast<double>(rows) * cols);
-    fftw::HalfSpectrum* f = &g;
-    if (g.rows == rows && g.cols == cols) {
-        // At an optimal size the filtered spectrum replaces G in place, which spares a buffer
-        // the size of the spectrum.
-        for (int j = 0; j < g.halfCols(); ++j)
-            filterSymmetricColumn(g.column(j), h.spectrum.column(j), j, mu3, scale, h);
-    } else {
-        thread_local fftw::HalfSpectrum windowed;
-        windowed.reshape(rows, cols);
-        for (int j = 0; j < windowed.halfCols(); ++j)
-            filterWindowColumn(windowed.column(j), g, j, mu3, scale, h);
-        f = &windowed;
-    }
+    for (int j = 0; j < g.halfCols(); ++j)
+        filterSymmetricColumn(g.column(j), h.spectrum.column(j), j, mu3, scale, h);
 
     const uchar* previous = result.data;
-    result.create(rows, cols, CV_64F);
+    result.create(plane.rows, plane.cols, CV_64F);
     if (result.data != previous)
         adviseHugePages(result.data, result.total() * result.elemSize());
-    fftw::inverseReal(*f, [&result](int i, const double* line) { placeSwapped(result, i, line); });
+    fftw::inverseReal(
+        g, [&](int i, const double* line) { placeSwapped(result, rows, cols, i, line); });
 }
 
 } // namespace

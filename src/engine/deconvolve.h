@@ -9,8 +9,10 @@ namespace clarovi::engine {
 /// Restores one plane (one channel, R x C, any depth, read as double) blurred by psf (one
 /// channel, any depth, read as double a row at a time; r x c with r <= R and c <= C,
 /// normalised to sum 1) with the Wiener-type filter
-/// W = |S / (m + S + 3 mu)|, S = |H|^2, m = 1 where the centred PSF is positive. result receives
-/// the restored R x C CV_64F plane, neither clipped nor scaled; the return value shares its data.
+/// W = |S / (m + S + 3 mu)|, S = |H|^2, m = 1 where the centred PSF is positive. The work is done
+/// at the optimal transform size (cv::getOptimalDFTSize) of each side, the plane's last row and
+/// column repeated up to it and the PSF centred in it; result receives the plane's R x C part of
+/// the restoration as CV_64F, neither clipped nor scaled; the return value shares its data.
 /// An empty plane gives an empty result. With mu = 0, frequencies where S = 0 and the centred PSF
 /// is 0 are set to 0 rather than 0 / 0. A PSF larger than the plane throws.
 cv::Mat deconvolvePlane(double mu, const cv::Mat& plane, cv::Mat& result, const cv::Mat& psf);

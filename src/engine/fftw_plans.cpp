@@ -112,10 +112,11 @@ void transformEachColumn(HalfSpectrum& spectrum, Kind kind) {
 } // namespace
 
 void forwardReal(const cv::Mat& source, cv::Point offset, cv::Size canvas, HalfSpectrum& out,
-                 const RowCallback& observeRow) {
+                 const RowCallback& observeRow, Outside outside) {
     out.reshape(cv::getOptimalDFTSize(canvas.height), cv::getOptimalDFTSize(canvas.width));
     const int cols = out.cols;
     const int half = out.halfCols();
+    const bool replicate = outside == Outside::Replicate && !source.empty();
     const RowBlock block(half);
     thread_local Buffer<double> line;
     double* real = line.reserve(cols);
@@ -125,18 +126,23 @@ void forwardReal(const cv::Mat& source, cv::Point offset, cv::Size canvas, HalfS
     for (int i0 = 0; i0 < out.rows; i0 += kRowBlock) {
         const int height = std::min(kRowBlock, out.rows - i0);
         for (int b = 0; b < height; ++b) {
-            const int s = i0 + b - offset.y;
+            int s = i0 + b - offset.y;
+            if (replicate)
+                s = std::min(s, source.rows - 1);
             bool zero = s < 0 || s >= source.rows;
             if (!zero) {
                 source.row(s).convertTo(lineHeader, CV_64F);
+                // What lies beyond the source's columns is zero or a copy of its last one.
                 zero = std::all_of(real + offset.x, real + offset.x + source.cols,
                                    [](double x) { return x == 0.0; });
+                if (replicate)
+                    std::fill(real + source.cols, real + cols, real[source.cols - 1]);
             }
             if (zero) {
                 std::memset(block.row(b), 0, half * sizeof(fftw_complex));
                 continue;
             }
-            if (observeRow)
+            if (observeRow && s == i0 + b - offset.y)
                 observeRow(s, real + offset.x);
             fftw_execute_dft_r2c(rowPlan, real, block.row(b));
         }

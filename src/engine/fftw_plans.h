@@ -79,11 +79,18 @@ struct HalfSpectrum {
 /// Hands over one row of real values: (row index, values).
 using RowCallback = std::function<void(int, const double*)>;
 
+/// What lies outside the source within the transform.
+enum class Outside {
+    Zero,      ///< zeros
+    Replicate, ///< the source's last row and column repeated (offset must be 0, 0)
+};
+
 /// Spectrum of source (one channel, any depth) placed with its top-left corner at offset in a
-/// zero canvas, zero-padded to the optimal DFT size of the canvas. Rows that are all zero skip
-/// their row transform; observeRow, if given, is handed each row that is not, as doubles.
+/// canvas grown to the optimal DFT size of canvas, the rest filled as outside says. Rows that are
+/// all zero skip their row transform; observeRow, if given, is handed each source row that is
+/// not, as doubles.
 void forwardReal(const cv::Mat& source, cv::Point offset, cv::Size canvas, HalfSpectrum& out,
-                 const RowCallback& observeRow = {});
+                 const RowCallback& observeRow = {}, Outside outside = Outside::Zero);
 
 /// The real rows x cols array whose half spectrum is given (the inverse transform, unscaled):
 /// transforms the columns in place, then hands each row of the result to takeRow(i, values).

@@ -26,6 +26,13 @@ std::optional<cv::Mat> jobKernel(const QImage& psfImage, int side) {
     return engine::normalizedKernel(fitToSide(engine::CVGrayscaleMat(psfImage), side));
 }
 
+PaddedPlane padForJob(const cv::Mat& source, int side, const engine::PadParameters& parameters) {
+    PaddedPlane padded;
+    padded.plane = engine::addPad(source, 0.1, &padded.added, parameters);
+    padded.cut = side > 0 ? padded.added : padded.plane.cols - source.cols;
+    return padded;
+}
+
 cv::Mat trimmedEightBit(const cv::Mat& restored, int added) {
     cv::Mat eightBit;
     restored(engine::trimWindow(restored.size(), added)).convertTo(eightBit, CV_8U);

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "controller_state.h"
+#include "engine/padding.h"
 
 #include <QImage>
 #include <opencv2/core.hpp>
@@ -19,6 +20,19 @@ cv::Mat fitToSide(const cv::Mat& plane, int side);
 /// The kernel of a PSF picture: its grey plane brought to side (see fitToSide) and normalised to
 /// sum 1, CV_64F. std::nullopt when the picture is missing or black (length 0).
 std::optional<cv::Mat> jobKernel(const QImage& psfImage, int side);
+
+/// A job's plane grown by the replicated border, and what to cut off its restoration.
+struct PaddedPlane {
+    cv::Mat plane; ///< the source with its border
+    int added = 0; ///< what addPad reports: the border once the plane is brought back to its size
+    /// The border to cut after restoration: added when the job brings the padded plane to a
+    /// side, the whole border when it restores it at its padded size, so that nothing of the
+    /// border shows (tiles then join without seams).
+    int cut = 0;
+};
+
+/// source padded as addPad pads it, for a job that brings its planes to side (0: keeps sizes).
+PaddedPlane padForJob(const cv::Mat& source, int side, const engine::PadParameters& parameters);
 
 /// A restored CV_64F plane as 8 bits (saturating, rounded) without its border: the window of side
 /// (size - added) one row lower than it is to the right. A matrix of its own.

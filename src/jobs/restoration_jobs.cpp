@@ -102,12 +102,13 @@ void RestorationJobs::restoreGreyPreview() {
     const QSizeF jobSize(float(m_state.jobImage.width()), float(m_state.jobImage.height()));
     const double mu = m_window.sharpness();
 
-    int added = 0;
-    m_state.workMat = engine::addPad(engine::CVGrayscaleMat(m_state.jobImage), 0.1, &added,
-                                     m_state.padParameters());
+    const int side = jobSide(m_state);
+    PaddedPlane padded =
+        padForJob(engine::CVGrayscaleMat(m_state.jobImage), side, m_state.padParameters());
+    m_state.workMat = std::move(padded.plane);
+    const int added = padded.added;
     logLine("ADDED %d so %dx%d", added, m_state.workMat.cols, m_state.workMat.rows);
 
-    const int side = jobSide(m_state);
     const auto kernel = jobKernel(m_state.psfImage, side);
     if (!kernel) {
         logLine("PSF IS EMPTY, RESTORATION SKIPPED");
@@ -119,7 +120,7 @@ void RestorationJobs::restoreGreyPreview() {
     const cv::Mat& restored = m_restored[0];
     logLine("NEW S %dx%d", restored.rows - added, restored.cols - added);
 
-    m_state.resultImage = engine::imageWithCVMat(trimmedEightBit(restored, added));
+    m_state.resultImage = engine::imageWithCVMat(trimmedEightBit(restored, padded.cut));
     if (m_state.keepAspect)
         m_state.resultImage = engine::imageWithImage(m_state.resultImage, jobSize);
 }
@@ -148,17 +149,16 @@ void RestorationJobs::restoreColour() {
     m_state.jobImage = m_state.activeImage;
     const QSizeF jobSize(float(m_state.jobImage.width()), float(m_state.jobImage.height()));
 
-    int added = 0;
-    cv::Mat padded =
-        engine::addPad(engine::CVMat(m_state.jobImage), 0.1, &added, m_state.padParameters());
-    logLine("ADDED %d so %dx%d", added, padded.cols, padded.rows);
-    // Red, green, blue, X: the order the picture is put back together in.
-    cv::cvtColor(padded, padded, cv::COLOR_BGR2RGBA);
-    std::array<cv::Mat, 4> planes;
-    cv::split(padded, planes.data());
-    padded.release();
-
     const int side = jobSide(m_state);
+    PaddedPlane padded = padForJob(engine::CVMat(m_state.jobImage), side, m_state.padParameters());
+    const int added = padded.added;
+    logLine("ADDED %d so %dx%d", added, padded.plane.cols, padded.plane.rows);
+    // Red, green, blue, X: the order the picture is put back together in.
+    cv::cvtColor(padded.plane, padded.plane, cv::COLOR_BGR2RGBA);
+    std::array<cv::Mat, 4> planes;
+    cv::split(padded.plane, planes.data());
+    padded.plane.release();
+
     const auto kernel = jobKernel(m_state.psfImage, side);
     if (!kernel) {
         logLine("PSF IS EMPTY, RESTORATION SKIPPED");
@@ -179,7 +179,7 @@ void RestorationJobs::restoreColour() {
     QtConcurrent::blockingMap(&m_pool, colours, [&](int c) {
         try {
             engine::deconvolvePlane(mu, fitToSide(planes[c], side), m_restored[c], prepared);
-            planes[c] = trimmedEightBit(m_restored[c], added);
+            planes[c] = trimmedEightBit(m_restored[c], padded.cut);
         } catch (...) {
             failures[c] = std::current_exception();
         }

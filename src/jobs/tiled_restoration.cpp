@@ -141,16 +141,15 @@ bool TiledRestoration::restoreTiles() {
 // On a pool thread: reads only its own input tile and the run, writes only its own output.
 void TiledRestoration::restoreTile(int k, const std::shared_ptr<Run>& run) {
     try {
-        int added = 0;
-        const cv::Mat padded = engine::addPad(m_tileInputs[k], 0.1, &added, run->pad);
-        const cv::Mat plane = fitToSide(padded, run->side);
+        const PaddedPlane padded = padForJob(m_tileInputs[k], run->side, run->pad);
+        const cv::Mat plane = fitToSide(padded.plane, run->side);
         std::call_once(run->prepareOnce, [&] {
             run->prepared = std::make_unique<engine::PreparedPsf>(run->kernel, plane.size());
         });
         logLine("######I SIZE %d", plane.cols);
         cv::Mat restored;
         engine::deconvolvePlane(run->mu, plane, restored, *run->prepared);
-        m_tileOutputs[k] = trimmedEightBit(restored, added);
+        m_tileOutputs[k] = trimmedEightBit(restored, padded.cut);
         m_tilesDone.fetch_add(1, std::memory_order_release);
     } catch (...) {
         run->failures[k] = std::current_exception();

@@ -6,14 +6,10 @@ namespace clarovi::reference {
 
 namespace {
 
-// The complex spectrum of source zero-padded to OpenCV's optimal sizes, cut back to its size.
+// The complex spectrum of source, whose size is one the transform is fast at.
 void forwardSpectrum(const cv::Mat& source, cv::Mat& spectrum, Workspace& ws) {
-    cv::copyMakeBorder(source, ws.padded, 0, cv::getOptimalDFTSize(source.rows) - source.rows, 0,
-                       cv::getOptimalDFTSize(source.cols) - source.cols, cv::BORDER_CONSTANT,
-                       cv::Scalar::all(0));
-    ws.padded.convertTo(ws.scratch, CV_64F);
-    cv::dft(ws.scratch, ws.complexPlane, cv::DFT_COMPLEX_OUTPUT);
-    ws.complexPlane(cv::Rect(0, 0, source.cols, source.rows)).copyTo(spectrum);
+    source.convertTo(ws.scratch, CV_64F);
+    cv::dft(ws.scratch, spectrum, cv::DFT_COMPLEX_OUTPUT);
 }
 
 // Swaps the quadrants of the even part; on odd sizes the last row and column stay where they are.
@@ -33,9 +29,12 @@ void swapQuadrants(cv::Mat& plane, Workspace& ws) {
 
 cv::Mat deconvolvePlane(double mu, const cv::Mat& plane, cv::Mat& result, const cv::Mat& psf,
                         Workspace& ws) {
-    const int rows = plane.rows;
-    const int cols = plane.cols;
-    forwardSpectrum(plane, ws.g, ws);
+    // The plane grown to the optimal size by repeating its last row and column.
+    const int rows = cv::getOptimalDFTSize(plane.rows);
+    const int cols = cv::getOptimalDFTSize(plane.cols);
+    cv::copyMakeBorder(plane, ws.padded, 0, rows - plane.rows, 0, cols - plane.cols,
+                       cv::BORDER_REPLICATE);
+    forwardSpectrum(ws.padded, ws.g, ws);
     const int top = (rows - psf.rows) / 2;
     const int left = (cols - psf.cols) / 2;
     cv::copyMakeBorder(psf, ws.centred, top, rows - psf.rows - top, left, cols - psf.cols - left,
@@ -59,8 +58,10 @@ cv::Mat deconvolvePlane(double mu, const cv::Mat& plane, cv::Mat& result, const 
         }
     }
     cv::dft(ws.f, ws.complexPlane, cv::DFT_INVERSE | cv::DFT_SCALE);
-    cv::extractChannel(ws.complexPlane, result, 0);
-    swapQuadrants(result, ws);
+    cv::Mat whole;
+    cv::extractChannel(ws.complexPlane, whole, 0);
+    swapQuadrants(whole, ws);
+    whole(cv::Rect(0, 0, plane.cols, plane.rows)).copyTo(result);
     return result;
 }
 
