@@ -66,6 +66,8 @@ MainWindow::MainWindow(QSettings& settings, QWidget* parent)
     };
     buildControls();
     viewDidLoad();
+    m_aspectSettled.setSingleShot(true);
+    connect(&m_aspectSettled, &QTimer::timeout, this, &MainWindow::restoreAfterAspectChange);
 }
 
 MainWindow::~MainWindow() = default;
@@ -492,6 +494,19 @@ void MainWindow::outOfFocusSelected() {
 void MainWindow::aspectChange() {
     m_state.keepAspect = !m_state.keepAspect;
     scheduleAfter(m_state.jobDelay, &jobs::RestorationJobs::runCompTrue);
+    m_aspectSettled.start(int(kReleaseDelay * 1000));
+}
+
+// The live preview that follows the Fixed size button is made of tiles; once the button has been
+// left alone, the full preview of the working picture replaces it. A drag under way restores on
+// its own release instead.
+void MainWindow::restoreAfterAspectChange() {
+    for (const FloatSlider* slider : {psfCountD, psfAngle, anglewidth, muSlider})
+        if (slider->isSliderDown())
+            return;
+    useWorkingPicture();
+    redrawPsf();
+    m_jobs.auxTrueNoMultithread();
 }
 
 void MainWindow::colorize() {

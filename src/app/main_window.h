@@ -8,6 +8,7 @@
 #include "jobs/window_port.h"
 
 #include <QMainWindow>
+#include <QTimer>
 
 #include <functional>
 #include <memory>
@@ -121,6 +122,7 @@ class MainWindow : public QMainWindow, public jobs::WindowPort, public autosearc
     void showFirstStartHelp();
     void buildOverlay(QWidget* central);
     void applyPick();
+    void restoreAfterAspectChange();
 
     jobs::ControllerState m_state;
     jobs::RestorationJobs m_jobs;
@@ -132,6 +134,7 @@ class MainWindow : public QMainWindow, public jobs::WindowPort, public autosearc
     std::unique_ptr<AutoViewController> m_loadingController;
     std::function<void()> m_galleryTerminator;
     autosearch::AutoRun m_autoRun;
+    QTimer m_aspectSettled; ///< the full preview after the Fixed size button was left alone
 
     // Outlets, under the names the rest of the program knows them by.
     QLabel* maintitle = nullptr;

@@ -121,6 +121,17 @@ TEST_F(MainWindowTest, TheMotionSwitchRestoresBeforeItsHandlerReturns) {
     EXPECT_FALSE(window->state().motionBlur);
 }
 
+TEST_F(MainWindowTest, TheFixedSizeButtonEndsInAFullRestorationOnceLeftAlone) {
+    openSample();
+    const int before = restorations();
+    QTest::mouseClick(outlet("aspectBtn"), Qt::LeftButton);
+    QTest::mouseClick(outlet("aspectBtn"), Qt::LeftButton);
+    ASSERT_TRUE(waitFor([&] { return restorations() == before + 1 && unlocked(); }, 5000));
+    EXPECT_TRUE(window->state().keepAspect);
+    EXPECT_EQ(window->state().jobImage, window->state().sourceImage) << "not the tiled preview";
+    EXPECT_EQ(window->state().resultImage.size(), QSize(2048, 2048));
+}
+
 TEST_F(MainWindowTest, RgbGivesTheColourRestorationWithRedKeptRed) {
     QImage red(300, 200, QImage::Format_RGB32);
     red.fill(QColor(255, 0, 0));
