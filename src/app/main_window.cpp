@@ -55,7 +55,8 @@ MainWindow::MainWindow(QSettings& settings, QWidget* parent)
     m_openChooser = [this] {
         return QFileDialog::getOpenFileName(
             this, tr("Open a photograph"), QString(),
-            tr("Pictures (*.png *.jpg *.tiff *.bmp *.PNG *.JPG *.JPEG *.TIFF *.BMP)"));
+            tr("Pictures (*.png *.jpg *.jpeg *.tif *.tiff *.bmp *.webp *.gif *.PNG *.JPG *.JPEG "
+               "*.TIF *.TIFF *.BMP *.WEBP *.GIF);;All files (*)"));
     };
     m_saveChooser = [this] {
         return QFileDialog::getSaveFileName(this, tr("Save the restored picture"), QString(),

@@ -1,6 +1,7 @@
 #include "jobs/picture_file.h"
 
 #include "common/file_size_limit.h"
+#include "common/log_capture.h"
 
 #include <QBuffer>
 #include <QFile>
@@ -10,6 +11,7 @@
 #include <gtest/gtest.h>
 
 using namespace clarovi::jobs;
+using clarovi::testing::LogCapture;
 
 namespace {
 
@@ -21,43 +23,81 @@ QString writeBytes(const QTemporaryDir& dir, const QString& name, const QByteArr
     return path;
 }
 
-// The start of a PNG whose header claims width x height pixels; its pixel data begins and ends.
-QByteArray pngClaiming(quint32 width, quint32 height) {
-    QByteArray header("IHDR\0\0\0\0\0\0\0\0\x08\x02\0\0\0", 17); // 8-bit RGB
-    qToBigEndian(width, header.data() + 4);
-    qToBigEndian(height, header.data() + 8);
+quint32 crc32(const QByteArray& bytes) {
     quint32 crc = 0xFFFFFFFFu;
-    for (char byte : header) {
+    for (char byte : bytes) {
         crc ^= quint8(byte);
         for (int bit = 0; bit < 8; ++bit)
             crc = (crc >> 1) ^ (0xEDB88320u & (0u - (crc & 1u)));
     }
+    return ~crc;
+}
+
+// A PNG chunk; length, when given, is what its header claims instead of its true length.
+QByteArray chunk(const QByteArray& type, const QByteArray& data, qint64 length = -1) {
+    QByteArray bytes(4, '\0');
+    qToBigEndian(quint32(length < 0 ? data.size() : length), bytes.data());
     QByteArray check(4, '\0');
-    qToBigEndian(~crc, check.data());
-    return QByteArray("\x89PNG\r\n\x1a\n\0\0\0\x0d", 12) + header + check +
-           QByteArray("\0\0\0\0IDAT", 8);
+    qToBigEndian(crc32(type + data), check.data());
+    return bytes + type + data + check;
+}
+
+// A PNG whose header claims width x height pixels of 8-bit RGB, with the chunks given.
+QByteArray pngClaiming(quint32 width, quint32 height, const QByteArray& chunks) {
+    QByteArray header("\0\0\0\0\0\0\0\0\x08\x02\0\0\0", 13);
+    qToBigEndian(width, header.data());
+    qToBigEndian(height, header.data() + 4);
+    return QByteArray("\x89PNG\r\n\x1a\n", 8) + chunk("IHDR", header) + chunks + chunk("IEND", {});
+}
+
+// A progressive JPEG whose last scan comes again and again.
+QByteArray jpegWithScans(int scans) {
+    QImage picture(16, 16, QImage::Format_RGB32);
+    picture.fill(Qt::gray);
+    QByteArray jpeg;
+    QBuffer buffer(&jpeg);
+    QImageWriter writer(&buffer, "jpeg");
+    writer.setProgressiveScanWrite(true);
+    EXPECT_TRUE(writer.write(picture));
+    const qsizetype lastScan = jpeg.lastIndexOf("\xff\xda");
+    const QByteArray scan = jpeg.mid(lastScan, jpeg.size() - 2 - lastScan);
+    QByteArray result = jpeg.left(jpeg.size() - 2);
+    for (int k = 0; k < scans; ++k)
+        result += scan;
+    return result + "\xff\xd9";
 }
 
 } // namespace
 
-TEST(PictureFile, RefusesBadFilesWithAMessageNamingThem) {
+// Each refusal names the file and the reason; the image libraries' own complaints stay out of the
+// program's output.
+TEST(PictureFile, RefusesBadFilesWithAMessageNamingThemAndWhy) {
     QTemporaryDir dir;
     QImage picture(64, 48, QImage::Format_RGB32);
     picture.fill(Qt::darkCyan);
-    QByteArray png;
-    QBuffer buffer(&png);
-    ASSERT_TRUE(buffer.open(QIODevice::WriteOnly) && picture.save(&buffer, "PNG"));
-    const std::pair<const char*, QByteArray> cases[] = {
-        {"empty.png", {}},
-        {"truncated.png", png.left(png.size() / 2)},
-        {"text.jpg", "this is not a photograph"},
-        {"enormous.png", pngClaiming(20000, 20000)}};
-    for (const auto& [name, bytes] : cases) {
+    QByteArray png, xpm;
+    QBuffer pngBuffer(&png), xpmBuffer(&xpm);
+    ASSERT_TRUE(pngBuffer.open(QIODevice::WriteOnly) && picture.save(&pngBuffer, "PNG"));
+    ASSERT_TRUE(xpmBuffer.open(QIODevice::WriteOnly) && picture.save(&xpmBuffer, "XPM"));
+    const QByteArray someData = chunk("IDAT", QByteArray(2000, 'x'));
+    const std::tuple<const char*, QByteArray, const char*> cases[] = {
+        {"empty.png", {}, "empty"},
+        {"truncated.png", png.left(png.size() / 2), "truncated or damaged"},
+        {"text.jpg", "this is not a photograph", "not a PNG, JPEG, TIFF, BMP, WebP or GIF"},
+        {"xpm.png", xpm, "not a PNG"},
+        {"enormous.png", pngClaiming(20000, 20000, someData), "100 megapixels"},
+        {"hollow.png", pngClaiming(9000, 9000, someData), "cannot hold 9000 \u00d7 9000"},
+        {"lying.png", pngClaiming(8, 8, chunk("tEXt", "a", 0x7ffffff0) + someData), "tEXt"},
+        {"scans.jpg", jpegWithScans(kMaxJpegScans), "scans"},
+        {"damaged.png", png.left(png.size() - 20) + QByteArray(8, 'z') + png.right(12), "damaged"}};
+    LogCapture log;
+    for (const auto& [name, bytes, reason] : cases) {
         const LoadedPicture loaded = loadPicture(writeBytes(dir, name, bytes));
         EXPECT_TRUE(loaded.image.isNull()) << name;
-        EXPECT_TRUE(loaded.error.contains(name)) << loaded.error.toStdString();
+        EXPECT_TRUE(loaded.error.contains(name) && loaded.error.contains(QString::fromUtf8(reason)))
+            << loaded.error.toStdString();
     }
-    EXPECT_TRUE(loadPicture(dir.filePath("enormous.png")).error.contains("100 megapixels"));
+    EXPECT_EQ(log.count(QString()), 0) << log.lines().join('\n').toStdString();
 }
 
 TEST(PictureFile, AcceptsDeepGreyIndexedAndTransparentPicturesAndTheExifOrientation) {
