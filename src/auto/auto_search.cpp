@@ -116,9 +116,8 @@ QImage AutoSearch::thumbnailFor(int length, int angleIndex) const {
     }
 
     const QImage thumbnail = engine::imageWithCVMat(thumbnailCrop(restored, pad));
-    const double d = std::max(m_input.displayWidth, m_input.displayHeight) / size;
-    return engine::imageWithImage(thumbnail,
-                                  QSizeF(m_input.displayWidth / d, m_input.displayHeight / d));
+    return engine::imageWithImage(
+        thumbnail, jobs::scaledDisplaySize(m_input.displayWidth, m_input.displayHeight, size));
 }
 
 cv::Mat AutoSearch::thumbnailCrop(const cv::Mat& restored, int pad) {

@@ -21,13 +21,19 @@ void ControllerState::setUpDefaults(float muValue, float muMinimum, float muMaxi
     psfImage = MakePsfD(psfLength, currentAngle, currentWidth, false);
 }
 
+QSizeF scaledDisplaySize(double width, double height, double longerSide) {
+    const double f = std::max(width, height) / longerSide;
+    return {std::max(1.0, width / f), std::max(1.0, height / f)};
+}
+
 void ControllerState::installPicture(const QImage& photo) {
     // One factor for both sides, in single precision, so the longer side is exactly workingSide.
+    // The shorter side keeps at least a pixel: a picture thinner than 1 : workingSide still shows.
     const float width = float(photo.width());
     const float height = float(photo.height());
     const float factor = std::max(width, height) / float(workingSide);
-    displayWidth = double(width / factor);
-    displayHeight = double(height / factor);
+    displayWidth = double(std::max(1.0f, width / factor));
+    displayHeight = double(std::max(1.0f, height / factor));
 
     sourceImage = engine::imageWithImage(photo, QSizeF(workingSide, workingSide));
     keepAspect = true;

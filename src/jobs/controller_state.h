@@ -7,6 +7,11 @@
 
 namespace clarovi::jobs {
 
+/// A picture of display size (width x height) scaled to the given longer side, as the live
+/// preview and the auto mode show it; each side at least one pixel, so that a panorama a few
+/// pixels high still shows.
+QSizeF scaledDisplaySize(double width, double height, double longerSide);
+
 /// The state that the main window and its restoration jobs share: the picture in its working
 /// forms, the PSF parameters, the last result, the sizes and the flags. Members start as they are
 /// before the window sets itself up (every picture null, workingSide 1024, all else zero);

@@ -170,11 +170,8 @@ cv::Mat TiledRestoration::joinedTiles() const {
 // the display size otherwise. It replaces the result itself.
 void TiledRestoration::showAtDisplaySize() {
     QSizeF size(m_state.displayWidth, m_state.displayHeight);
-    if (m_state.autoSilent && !m_state.resultImage.isNull()) {
-        const double f =
-            std::max(m_state.displayWidth, m_state.displayHeight) / m_state.previewSide;
-        size = QSizeF(m_state.displayWidth / f, m_state.displayHeight / f);
-    }
+    if (m_state.autoSilent && !m_state.resultImage.isNull())
+        size = scaledDisplaySize(m_state.displayWidth, m_state.displayHeight, m_state.previewSide);
     m_state.resultImage = engine::imageWithImage(m_state.resultImage, size);
     if (!m_state.resultImage.isNull())
         m_window.showResult(m_state.resultImage);

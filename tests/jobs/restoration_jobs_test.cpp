@@ -70,6 +70,17 @@ TEST(PreviewJob, WithoutFixedSizeRestoresAsWellAsWithIt) {
         << "fixed size " << error[true] << " padded " << error[false];
 }
 
+// A picture thinner than one pixel at display scale still shows, a pixel thick, in the preview and
+// the live preview alike.
+TEST(PreviewJob, APanoramaOnePixelHighShowsAPixelHigh) {
+    OpenedPicture opened(scenePicture(2049, 1));
+    opened.jobs.auxTrueNoMultithread();
+    EXPECT_EQ(opened.window.shown.size(), QSize(2048, 1));
+    opened.jobs.dragStep();
+    EXPECT_EQ(opened.window.shown.size(), QSize(1024, 1));
+    EXPECT_TRUE(opened.window.errors.isEmpty());
+}
+
 TEST(PreviewJob, QuickJobsNeitherLockNorUnlock) {
     OpenedPicture opened(scenePicture(600, 400));
     opened.state.autoSilent = true;
