@@ -10,6 +10,8 @@
 
 #include <QCoreApplication>
 #include <QDir>
+#include <QFileInfo>
+#include <QLoggingCategory>
 #include <QSaveFile>
 
 #include <cstdio>
@@ -67,18 +69,37 @@ void restore(const app::CliOptions& options, jobs::ControllerState& state,
         restorations.runCompFalse();
 }
 
-// Every thumbnail as OUTDIR/NNNN.png and their index.csv; an empty string, or why not.
+// The folders of path that do not exist yet, the outermost first.
+QStringList missingFolders(const QString& path) {
+    QStringList missing;
+    for (QString folder = QDir::cleanPath(QDir::current().absoluteFilePath(path));
+         !QFileInfo::exists(folder); folder = QFileInfo(folder).path())
+        missing.prepend(folder);
+    return missing;
+}
+
+// Every thumbnail as OUTDIR/NNNN.png and their index.csv; an empty string, or why not. What a
+// failed write leaves behind goes again: the files written and the folders made.
 QString writeSearch(const std::vector<autosearch::AutoResult>& results, const QString& folder) {
+    const QStringList made = missingFolders(folder);
+    QStringList written;
+    auto fail = [&](const QString& error) {
+        for (const QString& file : written)
+            QFile::remove(file);
+        if (!made.isEmpty())
+            QDir(made.first()).removeRecursively();
+        return error;
+    };
     if (!QDir().mkpath(folder))
-        return QStringLiteral("Cannot create the folder \u201c%1\u201d.").arg(folder);
+        return fail(QStringLiteral("Cannot create the folder \u201c%1\u201d.").arg(folder));
     const QDir dir(folder);
     QString index = QStringLiteral("index,searched length,label length,angle\n");
     for (size_t k = 0; k < results.size(); ++k) {
         const autosearch::AutoResult& result = results[k];
-        const QString name = QStringLiteral("%1.png").arg(k, 4, 10, QLatin1Char('0'));
-        if (const QString error = jobs::savePng(result.thumbnail, dir.filePath(name));
-            !error.isEmpty())
-            return error;
+        const QString path = dir.filePath(QStringLiteral("%1.png").arg(k, 4, 10, QLatin1Char('0')));
+        if (const QString error = jobs::savePng(result.thumbnail, path); !error.isEmpty())
+            return fail(error);
+        written << path;
         index += QStringLiteral("%1,%2,%3,%4\n")
                      .arg(k)
                      .arg(result.searchedLength)
@@ -87,7 +108,8 @@ QString writeSearch(const std::vector<autosearch::AutoResult>& results, const QS
     }
     QSaveFile file(dir.filePath(QStringLiteral("index.csv")));
     if (!file.open(QIODevice::WriteOnly) || file.write(index.toUtf8()) < 0 || !file.commit())
-        return QStringLiteral("Cannot save \u201cindex.csv\u201d: %1.").arg(file.errorString());
+        return fail(
+            QStringLiteral("Cannot save \u201cindex.csv\u201d: %1.").arg(file.errorString()));
     return {};
 }
 
@@ -144,6 +166,9 @@ int main(int argc, char** argv) {
     QCoreApplication application(argc, argv);
     QCoreApplication::setApplicationName(QStringLiteral("clarovi-cli"));
     const app::CliParseResult parsed = app::parseCliOptions(QCoreApplication::arguments());
+    // A run prints nothing but its one line of refusal or failure, unless asked for more.
+    QLoggingCategory::setFilterRules(parsed.options.verbose ? QStringLiteral("clarovi*=true")
+                                                            : QStringLiteral("clarovi.info=false"));
     switch (parsed.outcome) {
     case app::CliParseResult::Outcome::Help:
         std::fputs(parsed.message.toUtf8().constData(), stdout);

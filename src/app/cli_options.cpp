@@ -95,10 +95,15 @@ CliParseResult parseCliOptions(const QStringList& arguments) {
         QStringLiteral("auto"),
         QStringLiteral("Run the automatic search and write its thumbnails into OUTDIR."),
         QStringLiteral("OUTDIR"));
+    const QCommandLineOption verboseOption(
+        QStringLiteral("verbose"),
+        QStringLiteral("Print the restoration's log lines and the image libraries' warnings."));
     parser.addOption(tiledOption);
     parser.addOption(autoOption);
-    parser.addPositionalArgument(QStringLiteral("INPUT"),
-                                 QStringLiteral("Photograph to restore (PNG, JPEG, TIFF, BMP)."));
+    parser.addOption(verboseOption);
+    parser.addPositionalArgument(
+        QStringLiteral("INPUT"),
+        QStringLiteral("Photograph to restore (PNG, JPEG, TIFF, BMP, WebP, GIF)."));
     parser.addPositionalArgument(QStringLiteral("OUTPUT"), QStringLiteral("PNG file to write."));
 
     if (!parser.parse(arguments))
@@ -137,6 +142,7 @@ CliParseResult parseCliOptions(const QStringList& arguments) {
     options.tiled = parser.isSet(tiledOption);
     if (options.tiled && (search || parser.isSet(rgbOption)))
         return refusal(QStringLiteral("--tiled goes with neither --rgb nor --auto"));
+    options.verbose = parser.isSet(verboseOption);
     options.motion = parser.isSet(motionOption);
     options.rgb = parser.isSet(rgbOption);
     return {CliParseResult::Outcome::Run, options, {}};

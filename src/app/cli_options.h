@@ -16,6 +16,7 @@ struct CliOptions {
     bool motion = false;
     bool rgb = false;
     bool tiled = false;          ///< one live preview, as a drag step of the length slider makes it
+    bool verbose = false;        ///< print the program's log lines and what the decoders report
     QString autoDir;             ///< set for --auto: the folder the search's thumbnails go to
     std::optional<float> length; ///< set when --length was given: the length slider was released
     float angle = jobs::kAngleRange.initial;

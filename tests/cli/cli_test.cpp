@@ -1,6 +1,8 @@
 #include "cli_options.h"
+#include "common/file_size_limit.h"
 
 #include <QFile>
+#include <QFileInfo>
 #include <QImage>
 #include <QProcess>
 #include <QTemporaryDir>
@@ -69,7 +71,7 @@ struct CliRun {
     int exitCode = -1;
     QByteArray errors;
 
-    // The program's own messages; the rest of stderr are the jobs' log lines.
+    // The program's own messages.
     qsizetype messages() const { return ("\n" + errors).count("\nclarovi-cli: "); }
 };
 
@@ -107,6 +109,17 @@ TEST_F(CliRunTest, RestoresTheSampleInGreyInColourAndAsTheLivePreview) {
     }
 }
 
+// A search whose thumbnails cannot be written takes back what it wrote, folders included.
+TEST_F(CliRunTest, AFailedSearchLeavesNoFolderBehind) {
+    const CliRun run = [&] {
+        clarovi::testing::FileSizeLimit fullDisk(4096);
+        return runCli({"--auto", path("made/for/search"), kSample});
+    }();
+    EXPECT_NE(run.exitCode, 0);
+    EXPECT_EQ(run.messages(), 1) << run.errors.toStdString();
+    EXPECT_FALSE(QFileInfo::exists(path("made")));
+}
+
 TEST_F(CliRunTest, WritesEveryThumbnailOfTheSearchAndTheirIndex) {
     const CliRun run = runCli({"--auto", path("search"), kSample});
     ASSERT_EQ(run.exitCode, 0) << run.errors.toStdString();
@@ -121,9 +134,16 @@ TEST_F(CliRunTest, WritesEveryThumbnailOfTheSearchAndTheirIndex) {
     EXPECT_EQ(QImage(path("search/0040.png"), "PNG").size(), QSize(512, 341));
 }
 
-// Each refusal exits non-zero with one line saying why, and leaves an existing output alone.
+// Each refusal exits non-zero with one line saying why, and nothing else; it leaves an existing
+// output alone.
 TEST_F(CliRunTest, RefusesWithOneLine) {
-    const char* files[][2] = {{"notes.png", "notes, not a picture\n"}, {"out.png", "keep me"}};
+    QFile sample(kSample);
+    ASSERT_TRUE(sample.open(QIODevice::ReadOnly));
+    const QByteArray png = sample.readAll();
+    const std::pair<const char*, QByteArray> files[] = {
+        {"notes.png", "notes, not a picture\n"},
+        {"damaged.png", png.left(png.size() / 2) + QByteArray(100, 'z') + png.mid(png.size() / 2)},
+        {"out.png", "keep me"}};
     for (const auto& [name, content] : files) {
         QFile file(path(name));
         ASSERT_TRUE(file.open(QIODevice::WriteOnly));
@@ -132,13 +152,15 @@ TEST_F(CliRunTest, RefusesWithOneLine) {
     const std::pair<QStringList, const char*> cases[] = {
         {{path("missing.png"), path("out.png")}, "missing.png"},
         {{path("notes.png"), path("out.png")}, "notes.png"},
+        {{path("damaged.png"), path("out.png")}, "damaged.png"},
         {{kSample, path("no-such-dir/out.png")}, "Cannot save"},
         {{kSample}, "expected INPUT and OUTPUT"}};
     for (const auto& [arguments, reason] : cases) {
         const CliRun run = runCli(arguments);
         EXPECT_NE(run.exitCode, 0) << reason;
-        EXPECT_EQ(run.messages(), 1) << run.errors.toStdString();
-        EXPECT_TRUE(run.errors.contains(reason)) << run.errors.toStdString();
+        EXPECT_EQ(run.errors.count('\n'), 1) << run.errors.toStdString();
+        EXPECT_TRUE(run.errors.startsWith("clarovi-cli: ") && run.errors.contains(reason))
+            << run.errors.toStdString();
         QFile kept(path("out.png"));
         EXPECT_TRUE(kept.open(QIODevice::ReadOnly) && kept.readAll() == "keep me") << reason;
     }
