@@ -7,7 +7,7 @@ packages=(
   qt6-base-dev qt6-image-formats-plugins libgl-dev fonts-dejavu-core
   libopencv-dev libfftw3-dev
   libgtest-dev libgmock-dev libbenchmark-dev
-  clang-format
+  clang-format clang libclang-rt-14-dev
 )
 
 missing=()
