@@ -103,6 +103,7 @@ void AutoViewController::closeEvent(QCloseEvent* event) {
         emit keepCurrentSettings();
     else if (!m_pickMade)
         m_terminate();
+    emit closed();
 }
 
 } // namespace clarovi::app

@@ -39,6 +39,8 @@ class AutoViewController : public QWidget {
 
   signals:
     void keepCurrentSettings();
+    /// The gallery has closed, with a pick or without.
+    void closed();
 
   protected:
     void closeEvent(QCloseEvent* event) override;

@@ -625,6 +625,14 @@ void MainWindow::showCv() {
         m_loadingController->setTerminator(m_galleryTerminator);
     connect(m_loadingController.get(), &AutoViewController::keepCurrentSettings, &m_autoRun,
             &autosearch::AutoRun::keepCurrentSettings);
+    // Once it has closed, the gallery and the results it showed go, and so does their memory.
+    connect(
+        m_loadingController.get(), &AutoViewController::closed, this,
+        [this] {
+            m_loadingController.reset();
+            m_autoRun.releaseResults();
+        },
+        Qt::QueuedConnection);
     m_loadingController->show();
     m_loadingController->raise();
 }

@@ -1,6 +1,7 @@
 #include "auto_run.h"
 
 #include "engine/log.h"
+#include "engine/memory_policy.h"
 
 #include <QMetaObject>
 
@@ -110,6 +111,7 @@ void AutoRun::finishCancelled() {
         return; // already ended
     joinWorker();
     m_search.reset();
+    engine::giveBackFreedMemory();
     m_window.showOverlay(false);
     emit cancelled();
 }
@@ -121,6 +123,11 @@ void AutoRun::keepCurrentSettings() {
     m_state.currentAngle = m_before.currentAngle;
     m_state.currentWidth = m_before.currentWidth;
     m_window.showOverlay(false);
+}
+
+void AutoRun::releaseResults() {
+    std::vector<AutoResult>().swap(Data::getInstance().arrayOfData);
+    engine::giveBackFreedMemory();
 }
 
 void AutoRun::unWrap() {

@@ -45,6 +45,9 @@ class AutoRun : public QObject {
     void keepCurrentSettings();
     /// At every tick of the pick timer: applies a pick once one waits.
     void unWrap();
+    /// Once the gallery has closed: drops the latest results and gives the memory of the run back
+    /// to the system.
+    void releaseResults();
 
     bool searching() const { return m_worker.joinable(); }
     const QTimer& pickTimer() const { return m_pickTimer; }

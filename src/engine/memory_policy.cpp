@@ -27,6 +27,10 @@ void keepFreedMemoryForReuse() {
     mallopt(M_TRIM_THRESHOLD, 2147483647);
 }
 
+void giveBackFreedMemory() {
+    malloc_trim(0);
+}
+
 void adviseHugePages(void* data, std::size_t bytes) {
     const auto begin = reinterpret_cast<std::uintptr_t>(data);
     const std::uintptr_t first = roundUp(begin, kHugePage);

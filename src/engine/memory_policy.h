@@ -11,6 +11,11 @@ namespace clarovi::engine {
 /// at the start of main, before other threads exist.
 void keepFreedMemoryForReuse();
 
+/// Gives the freed memory that keepFreedMemoryForReuse keeps back to the system, in every thread's
+/// heap. For the end of a burst of work whose memory would otherwise sit idle, such as an auto
+/// search once its gallery has closed.
+void giveBackFreedMemory();
+
 /// Asks the system to back the whole 2 MiB pages inside [data, data + bytes) with huge pages
 /// where it allows that (transparent huge pages in "madvise" or "always" mode): touching a fresh
 /// plane then costs one fault per 2 MiB instead of one per 4 KiB, and walking down its columns

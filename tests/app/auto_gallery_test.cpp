@@ -52,7 +52,8 @@ TEST_F(MainWindowTest, AnAutoRunCoversTheWindowThenOpensTheGallery) {
     EXPECT_FALSE(overlay->isVisible());
     EXPECT_EQ(terminations, 0);
     EXPECT_EQ(log.count("TERMINATE"), 1);
-    QTest::qWait(300);
+    ASSERT_TRUE(waitFor([this] { return window->gallery() == nullptr; }));
+    EXPECT_TRUE(Data::getInstance().arrayOfData.empty()) << "the results go with the gallery";
     EXPECT_EQ(window->shownImage(), shown);
     EXPECT_TRUE(unlocked());
     EXPECT_EQ(window->state().activeImage, window->state().sourceImage);
