@@ -26,7 +26,7 @@ constexpr int kAllocationLimitMiB = int((kMaxPicturePixels * 8 + (1 << 20) - 1) 
 // Decoding a sound picture takes well under 10 ns a pixel here; the budget leaves a slow machine
 // a wide margin and still ends a file made to stall the decoder within a few seconds.
 constexpr qint64 kBudgetBaseMs = 1000;
-constexpr double kBudgetNsPerPixel = 30.0;
+constexpr double kBudgetNsPerPixel = 40.0;
 
 QString refusal(const QString& name, const QString& reason) {
     return QStringLiteral("Cannot open \u201c%1\u201d: %2").arg(QFileInfo(name).fileName(), reason);
