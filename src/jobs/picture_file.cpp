@@ -189,8 +189,10 @@ LoadedPicture decode(QIODevice& device, const PictureHeader& header, const QStri
     }
     if (image.isNull())
         return {{},
-                refusal(name, QStringLiteral("its picture data is damaged and cannot be "
-                                             "decoded."))};
+                refusal(name, QStringLiteral("its picture data cannot be decoded: the file is "
+                                             "damaged, or it is a kind of %1 that Clarovi "
+                                             "cannot read.")
+                                  .arg(QString::fromLatin1(header.format.toUpper())))};
     if (tooLargeToOpen(image.size()))
         return {{}, refusal(name, oversized(image.size()))};
     toEightBits(image);

@@ -465,9 +465,12 @@ PictureHeader readTiff(const Fields& file, const QByteArray& start) {
             return damaged("tiff", truncated());
         data += double(counts[size_t(k)]);
     }
-    const double pieceBytes =
-        std::ceil(pieceWidth * double(samples / planes * bits) / 8.0) * pieceHeight;
-    return sized("tiff", size, data, pieceBytes * pieces, ratio);
+    // Tiles are stored whole; strips only as far as the picture goes.
+    const double bitsPerSample = double(samples / planes * bits);
+    const double rawBytes =
+        tiled ? std::ceil(pieceWidth * bitsPerSample / 8.0) * pieceHeight * pieces
+              : std::ceil(size.width() * bitsPerSample / 8.0) * size.height() * double(planes);
+    return sized("tiff", size, data, rawBytes, ratio);
 }
 
 // -------------------------------------------------------------------------------------------- BMP

@@ -106,10 +106,13 @@ TEST(PictureFile, AcceptsDeepGreyIndexedAndTransparentPicturesAndTheExifOrientat
     base.fill(QColor(200, 100, 50, 128));
     for (QImage::Format format : {QImage::Format_RGBA64, QImage::Format_Grayscale16,
                                   QImage::Format_Indexed8, QImage::Format_ARGB32}) {
-        const QString path = dir.filePath(QStringLiteral("f%1.png").arg(int(format)));
-        ASSERT_TRUE(base.convertToFormat(format).save(path));
-        const LoadedPicture loaded = loadPicture(path);
-        EXPECT_TRUE(loaded.error.isEmpty() && loaded.image.size() == QSize(40, 30)) << int(format);
+        for (const char* type : {"png", "tif"}) { // a TIFF's last strip is a short one
+            const QString path = dir.filePath(QStringLiteral("f%1.%2").arg(int(format)).arg(type));
+            ASSERT_TRUE(base.convertToFormat(format).save(path));
+            const LoadedPicture loaded = loadPicture(path);
+            EXPECT_TRUE(loaded.error.isEmpty() && loaded.image.size() == QSize(40, 30))
+                << loaded.error.toStdString();
+        }
     }
 
     QImageWriter turned(dir.filePath("turned.jpg"));
