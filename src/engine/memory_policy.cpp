@@ -2,8 +2,10 @@
 
 #include <malloc.h>
 #include <sys/mman.h>
+#include <unistd.h>
 
 #include <cstdint>
+#include <cstdio>
 #include <cstdlib>
 #include <new>
 
@@ -29,6 +31,17 @@ void keepFreedMemoryForReuse() {
 
 void giveBackFreedMemory() {
     malloc_trim(0);
+}
+
+void giveBackFreedMemoryAbove(std::size_t residentBytes) {
+    std::FILE* statm = std::fopen("/proc/self/statm", "r");
+    if (!statm)
+        return;
+    unsigned long pages = 0, resident = 0;
+    const bool read = std::fscanf(statm, "%lu %lu", &pages, &resident) == 2;
+    std::fclose(statm);
+    if (read && resident * static_cast<std::size_t>(sysconf(_SC_PAGESIZE)) > residentBytes)
+        giveBackFreedMemory();
 }
 
 void adviseHugePages(void* data, std::size_t bytes) {

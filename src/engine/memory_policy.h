@@ -16,6 +16,11 @@ void keepFreedMemoryForReuse();
 /// search once its gallery has closed.
 void giveBackFreedMemory();
 
+/// Gives freed memory back as giveBackFreedMemory does, but only while the process's resident size
+/// is above residentBytes: memory kept for reuse then stays within a ceiling, however the sizes
+/// of a long session's work scatter it. Cheap below the ceiling (one read of /proc/self/statm).
+void giveBackFreedMemoryAbove(std::size_t residentBytes);
+
 /// Asks the system to back the whole 2 MiB pages inside [data, data + bytes) with huge pages
 /// where it allows that (transparent huge pages in "madvise" or "always" mode): touching a fresh
 /// plane then costs one fault per 2 MiB instead of one per 4 KiB, and walking down its columns

@@ -6,9 +6,14 @@
 #include <QImage>
 #include <opencv2/core.hpp>
 
+#include <cstddef>
 #include <optional>
 
 namespace clarovi::jobs {
+
+/// The resident size above which a job gives the freed memory it kept for reuse back to the
+/// system when it ends: a long session's work of many sizes would otherwise scatter it ever wider.
+inline constexpr std::size_t kResidentCeiling = std::size_t{1} << 30;
 
 /// The square side a job brings its plane and kernel to: with keepAspect, previewSide for a quick
 /// job (autoSilent) and workingSide otherwise; 0 (keep the sizes) without keepAspect.

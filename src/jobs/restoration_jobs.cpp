@@ -5,6 +5,7 @@
 #include "engine/image_bridge.h"
 #include "engine/log.h"
 #include "engine/log_magnitude.h"
+#include "engine/memory_policy.h"
 #include "engine/padding.h"
 #include "plane_restoration.h"
 
@@ -89,6 +90,7 @@ template <typename Work> void RestorationJobs::wholePictureJob(const char* what,
     if (m_window.showsResult())
         guarded(what, restore);
     showResultAtDisplaySize();
+    engine::giveBackFreedMemoryAbove(kResidentCeiling);
     if (!quick)
         m_window.unlockEverything();
 }

@@ -3,6 +3,7 @@
 #include "engine/deconvolve.h"
 #include "engine/image_bridge.h"
 #include "engine/log.h"
+#include "engine/memory_policy.h"
 #include "engine/padding.h"
 #include "plane_restoration.h"
 
@@ -89,6 +90,7 @@ void TiledRestoration::auxTrue() {
         myString();
     }
     showAtDisplaySize();
+    engine::giveBackFreedMemoryAbove(kResidentCeiling);
     logLine("######TIME ELAPSED %f", elapsed.nsecsElapsed() / 1e9);
     if (!quick)
         m_window.unlockEverything();
