@@ -2,13 +2,13 @@
 // restoration of one tile; and the run that restores every tile at the working size.
 #include "app/gallery_window.h"
 #include "app/main_window.h"
+#include "app/soak_driver.h"
 #include "engine/deconvolve.h"
 #include "engine/image_bridge.h"
 #include "engine/psf.h"
 #include "qt_bench_main.h"
 
 #include <QApplication>
-#include <QFile>
 #include <QPushButton>
 #include <QSettings>
 #include <QTemporaryDir>
@@ -16,11 +16,10 @@
 #include <opencv2/imgproc.hpp>
 
 #include <sys/resource.h>
-#include <unistd.h>
-
-#include <functional>
 
 using clarovi::app::MainWindow;
+using clarovi::testing::residentMiB;
+using clarovi::testing::waitFor;
 
 namespace {
 
@@ -90,41 +89,28 @@ void BM_TilesAtWorkingSize(benchmark::State& state) {
 }
 BENCHMARK(BM_TilesAtWorkingSize)->Unit(benchmark::kMillisecond)->UseRealTime()->Iterations(3);
 
-long residentMiB() {
-    QFile statm(QStringLiteral("/proc/self/statm"));
-    if (!statm.open(QIODevice::ReadOnly))
-        return -1;
-    const QList<QByteArray> fields = statm.readAll().split(' ');
-    return fields.size() > 1 ? fields[1].toLong() * sysconf(_SC_PAGESIZE) / (1 << 20) : -1;
-}
-
-void runUntil(const std::function<bool()>& done) {
-    while (!done())
-        QApplication::processEvents(QEventLoop::WaitForMoreEvents, 50);
-}
-
 // Three motion searches in a row, each ended with "Keep current settings": what the process holds
 // before the first and after the last, once the gallery has closed.
 void BM_MemoryAfterMotionSearches(benchmark::State& state) {
     OpenWindow open(true);
     MainWindow& window = *open.window;
-    runUntil([&] { return window.findChild<QPushButton*>("autobtn")->isEnabled(); });
-    const long before = residentMiB();
-    long peak = before;
+    waitFor([&] { return window.findChild<QPushButton*>("autobtn")->isEnabled(); });
+    const double before = residentMiB();
+    double peak = before;
     for (auto _ : state) {
         for (int run = 0; run < 3; ++run) {
             window.autoBtn();
-            runUntil([&] { return window.gallery() && window.gallery()->isVisible(); });
+            waitFor([&] { return window.gallery() && window.gallery()->isVisible(); }, 600000);
             peak = std::max(peak, residentMiB());
             window.gallery()->findChild<QPushButton*>("keepBtn")->click();
-            runUntil([&] { return !window.gallery() || !window.gallery()->isVisible(); });
+            waitFor([&] { return !window.gallery() || !window.gallery()->isVisible(); });
             QApplication::processEvents(); // what waits for the gallery to have closed
         }
     }
-    state.counters["rss_before_MiB"] = double(before);
-    state.counters["rss_with_gallery_MiB"] = double(peak);
-    state.counters["rss_after_MiB"] = double(residentMiB());
-    state.counters["after_over_before"] = double(residentMiB()) / double(before);
+    state.counters["rss_before_MiB"] = before;
+    state.counters["rss_with_gallery_MiB"] = peak;
+    state.counters["rss_after_MiB"] = residentMiB();
+    state.counters["after_over_before"] = residentMiB() / before;
 }
 BENCHMARK(BM_MemoryAfterMotionSearches)->Unit(benchmark::kSecond)->UseRealTime()->Iterations(1);
 

@@ -126,7 +126,7 @@ TEST_F(MainWindowTest, TheFixedSizeButtonEndsInAFullRestorationOnceLeftAlone) {
     const int before = restorations();
     QTest::mouseClick(outlet("aspectBtn"), Qt::LeftButton);
     QTest::mouseClick(outlet("aspectBtn"), Qt::LeftButton);
-    ASSERT_TRUE(waitFor([&] { return restorations() == before + 1 && unlocked(); }, 5000));
+    ASSERT_TRUE(waitFor([&] { return restorations() == before + 1 && unlocked(); }));
     EXPECT_TRUE(window->state().keepAspect);
     EXPECT_EQ(window->state().jobImage, window->state().sourceImage) << "not the tiled preview";
     EXPECT_EQ(window->state().resultImage.size(), QSize(2048, 2048));
