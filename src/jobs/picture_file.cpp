@@ -8,6 +8,7 @@
 #include <QSaveFile>
 
 #include <algorithm>
+#include <atomic>
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
@@ -100,7 +101,7 @@ class DecoderMessages {
         }
         if (m_scratch)
             std::fclose(m_scratch);
-        qInstallMessageHandler(s_previous);
+        qInstallMessageHandler(s_previous.load());
         t_current = nullptr;
     }
     DecoderMessages(const DecoderMessages&) = delete;
@@ -119,10 +120,10 @@ class DecoderMessages {
             if (!lcDecoder().isWarningEnabled())
                 return;
         }
-        if (s_previous)
-            s_previous(type, context, text);
-        else
-            qt_message_output(type, context, text); // the default output
+        if (const QtMessageHandler previous = s_previous.load())
+            previous(type, context, text);
+        else // Qt's own output, which has no handler of its own to call
+            std::fprintf(stderr, "%s\n", qPrintable(qFormatLogMessage(type, context, text)));
     }
 
     // What the libraries wrote to the standard error stream, passed on as decoder messages.
@@ -142,7 +143,7 @@ class DecoderMessages {
     std::FILE* m_scratch = nullptr;
     int m_savedStderr = -1;
     static inline thread_local DecoderMessages* t_current = nullptr;
-    static inline QtMessageHandler s_previous = nullptr;
+    static inline std::atomic<QtMessageHandler> s_previous = nullptr;
 };
 
 /// Pictures of more than 8 bits a channel come down to 8 in place: the program works in 8 bits,
