@@ -60,21 +60,28 @@ class Fields {
     mutable qint64 m_windowStart = 0;
 };
 
+// Fields of a block read from the file; a field beyond the block reads as 0, which the callers'
+// checks of the block's size rule out anyway.
+template <typename T, bool bigEndian> T field(const QByteArray& b, int at) {
+    if (at < 0 || at + qsizetype(sizeof(T)) > b.size())
+        return 0;
+    return bigEndian ? qFromBigEndian<T>(b.constData() + at)
+                     : qFromLittleEndian<T>(b.constData() + at);
+}
 quint16 be16(const QByteArray& b, int at) {
-    return qFromBigEndian<quint16>(b.constData() + at);
+    return field<quint16, true>(b, at);
 }
 quint32 be32(const QByteArray& b, int at) {
-    return qFromBigEndian<quint32>(b.constData() + at);
+    return field<quint32, true>(b, at);
 }
 quint16 le16(const QByteArray& b, int at) {
-    return qFromLittleEndian<quint16>(b.constData() + at);
+    return field<quint16, false>(b, at);
 }
 quint32 le32(const QByteArray& b, int at) {
-    return qFromLittleEndian<quint32>(b.constData() + at);
+    return field<quint32, false>(b, at);
 }
 quint32 le24(const QByteArray& b, int at) {
-    return quint32(quint8(b[at])) | quint32(quint8(b[at + 1])) << 8 |
-           quint32(quint8(b[at + 2])) << 16;
+    return quint32(le16(b, at)) | quint32(field<quint8, false>(b, at + 2)) << 16;
 }
 
 PictureHeader damaged(const char* format, const QString& why) {
