@@ -7,6 +7,7 @@
 #include <QFile>
 #include <QImageWriter>
 #include <QTemporaryDir>
+#include <QThread>
 #include <QtEndian>
 #include <gtest/gtest.h>
 
@@ -98,6 +99,31 @@ TEST(PictureFile, RefusesBadFilesWithAMessageNamingThemAndWhy) {
             << loaded.error.toStdString();
     }
     EXPECT_EQ(log.count(QString()), 0) << log.lines().join('\n').toStdString();
+}
+
+// A device that takes its time over every read, as a file on a stalled network share would.
+class SlowDevice : public QBuffer {
+  public:
+    using QBuffer::QBuffer;
+
+  protected:
+    qint64 readData(char* data, qint64 maxSize) override {
+        QThread::msleep(100);
+        return QBuffer::readData(data, maxSize);
+    }
+};
+
+TEST(PictureFile, ADecodingThatOutlastsItsBudgetEndsInARefusal) {
+    QImage picture(64, 48, QImage::Format_RGB32);
+    picture.fill(Qt::darkCyan);
+    QByteArray png;
+    QBuffer buffer(&png);
+    ASSERT_TRUE(buffer.open(QIODevice::WriteOnly) && picture.save(&buffer, "PNG"));
+    SlowDevice slow(&png);
+    ASSERT_TRUE(slow.open(QIODevice::ReadOnly));
+    const LoadedPicture loaded = loadPicture(slow, QStringLiteral("slow.png"));
+    EXPECT_TRUE(loaded.image.isNull());
+    EXPECT_TRUE(loaded.error.contains("takes too long")) << loaded.error.toStdString();
 }
 
 TEST(PictureFile, AcceptsDeepGreyIndexedAndTransparentPicturesAndTheExifOrientation) {
