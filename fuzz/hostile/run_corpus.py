@@ -55,6 +55,8 @@ import threading
 import time
 import zlib
 
+from make_corpus import ADAM7
+
 MODES = ([], ["--rgb"], ["--tiled"], ["--motion", "--length", "20"])
 PROGRESS = re.compile(r"^\s*\d+%\s+Remaining time:")
 CRASH_TEXT = (
@@ -160,15 +162,7 @@ def png_problem(path):
     bits = depth * channels
     if interlace:
         want = 0
-        for xs, ys, dx, dy in (
-            (0, 0, 8, 8),
-            (4, 0, 8, 8),
-            (0, 4, 4, 8),
-            (2, 0, 4, 4),
-            (0, 2, 2, 4),
-            (1, 0, 2, 2),
-            (0, 1, 1, 2),
-        ):
+        for xs, ys, dx, dy in ADAM7:
             pw = (w - xs + dx - 1) // dx if w > xs else 0
             ph = (h - ys + dy - 1) // dy if h > ys else 0
             if pw and ph:

@@ -32,6 +32,17 @@ QImage blurredBy(const QImage& picture, const QImage& psf) {
     return engine::imageWithCVMat(blurred);
 }
 
+// Opens sharp blurred by the PSF that a release of the length slider at 24 draws; returns the
+// blurred picture.
+QImage openBlurred(OpenedPicture& opened, const QImage& sharp) {
+    opened.window.length = 24;
+    opened.state.eventLength = 24;
+    opened.jobs.MakeMyPSFinitial();
+    const QImage blurred = blurredBy(sharp, opened.state.psfImage);
+    opened.state.installPicture(blurred);
+    return blurred;
+}
+
 } // namespace
 
 TEST(PreviewJob, RestoresTheWorkingPlaneAndShowsItAtDisplaySize) {
@@ -51,10 +62,7 @@ TEST(PreviewJob, RestoresTheWorkingPlaneAndShowsItAtDisplaySize) {
 TEST(PreviewJob, WithoutFixedSizeRestoresAsWellAsWithIt) {
     const QImage sharp = scenePicture(2048, 2048);
     OpenedPicture opened(sharp);
-    opened.window.length = 24;
-    opened.state.eventLength = 24;
-    opened.jobs.MakeMyPSFinitial();
-    opened.state.installPicture(blurredBy(sharp, opened.state.psfImage));
+    openBlurred(opened, sharp);
     const cv::Mat expected = engine::CVGrayscaleMat(sharp);
     const cv::Rect centre(512, 512, 1024, 1024);
     double error[2] = {};
@@ -94,11 +102,7 @@ TEST(PreviewJob, QuickJobsNeitherLockNorUnlock) {
 TEST(PreviewJob, SharpensABlurredScene) {
     const QImage sharp = scenePicture(2048, 2048);
     OpenedPicture opened(sharp);
-    opened.window.length = 24;
-    opened.state.eventLength = 24;
-    opened.jobs.MakeMyPSFinitial();
-    const QImage blurred = blurredBy(sharp, opened.state.psfImage);
-    opened.state.installPicture(blurred);
+    const QImage blurred = openBlurred(opened, sharp);
     opened.jobs.auxTrueNoMultithread();
     const double before = sharpness(blurred);
     const double after = sharpness(opened.state.resultImage);
