@@ -2,7 +2,6 @@
 #include "engine/padding.h"
 #include "engine/psf.h"
 
-#include <QLoggingCategory>
 #include <benchmark/benchmark.h>
 #include <opencv2/core.hpp>
 
@@ -55,7 +54,6 @@ void BM_CVMat_2048_StraightAlpha(benchmark::State& state) {
 BENCHMARK(BM_CVMat_2048_StraightAlpha)->Unit(benchmark::kMillisecond);
 
 void BM_addPad_2048(benchmark::State& state) {
-    QLoggingCategory::setFilterRules("clarovi.info=false");
     cv::Mat plane(2048, 2048, CV_8UC1);
     cv::randu(plane, 0, 256);
     const PadParameters parameters{

@@ -6,13 +6,11 @@
 #include <QtGlobal>
 #include <benchmark/benchmark.h>
 
-/// Runs the benchmarks inside an application object App (offscreen, log lines off unless asked
-/// for), with the memory policy of the application they measure.
+/// Runs the benchmarks inside an application object App (offscreen unless asked
+/// otherwise), with the memory policy of the application they measure.
 template <typename App> int runQtBenchmarks(int argc, char** argv) {
     if (qEnvironmentVariableIsEmpty("QT_QPA_PLATFORM"))
         qputenv("QT_QPA_PLATFORM", "offscreen");
-    if (qEnvironmentVariableIsEmpty("QT_LOGGING_RULES"))
-        qputenv("QT_LOGGING_RULES", "clarovi.info=false");
     clarovi::engine::keepFreedMemoryForReuse();
     App app(argc, argv);
     benchmark::Initialize(&argc, argv);

@@ -1,7 +1,7 @@
 #include "auto/auto_search.h"
 #include "cli_options.h"
-#include "engine/image_bridge.h"
 #include "engine/memory_policy.h"
+#include "jobs/control_sequences.h"
 #include "jobs/controller_state.h"
 #include "jobs/headless_window.h"
 #include "jobs/picture_file.h"
@@ -26,17 +26,6 @@ void printError(const QString& message) {
     std::fprintf(stderr, "clarovi-cli: %s\n", message.simplified().toUtf8().constData());
 }
 
-// What the window's set-up and its open step leave behind: the starting state, the photograph
-// installed and shown at display size, which is what lets the jobs restore it.
-void openLikeTheWindow(jobs::ControllerState& state, jobs::HeadlessWindow& window,
-                       const QImage& photo) {
-    state.setUpDefaults(jobs::kSharpnessRange.initial, jobs::kSharpnessRange.minimum,
-                        jobs::kSharpnessRange.maximum, window.length);
-    state.installPicture(photo);
-    window.shown =
-        engine::imageWithImage(state.sourceImage, QSizeF(state.displayWidth, state.displayHeight));
-}
-
 // The controls set as the user would leave them. Releasing the length slider, or the width slider
 // (usable only in motion mode), records the length for the border padding; an untouched slider
 // leaves it at 0, as after opening.
@@ -44,27 +33,22 @@ void applyOptions(const app::CliOptions& options, jobs::ControllerState& state,
                   jobs::HeadlessWindow& window) {
     window.length = options.lengthOrInitial();
     window.mu = options.sharpness;
-    state.motionBlur = options.motion;
-    state.currentAngle = options.angle;
-    state.currentWidth = options.widthOrInitial();
+    window.motion = state.motionBlur = options.motion;
+    window.angle = state.currentAngle = options.angle;
+    window.width = state.currentWidth = options.widthOrInitial();
     const bool lengthReleased = options.length || (options.motion && options.width);
     state.eventLength = lengthReleased ? window.length : 0.0f;
 }
 
 // The first computations of a fresh picture, then the colour restoration when asked for; or
 // the live preview of one drag step of the length slider.
-void restore(const app::CliOptions& options, jobs::ControllerState& state,
+void restore(const app::CliOptions& options, jobs::ControlSequences& sequences,
              jobs::RestorationJobs& restorations) {
-    restorations.MakeMyPSFinitial();
     if (options.tiled) {
-        state.eventLength = options.lengthOrInitial();
-        restorations.dragStep();
+        sequences.LengthNew(false);
         return;
     }
-    restorations.spectrumCalculation();
-    state.activeImage = state.sourceImage;
-    state.autoSilent = false;
-    restorations.auxTrueNoMultithread();
+    sequences.showFirstRestoration();
     if (options.rgb)
         restorations.runCompFalse();
 }
@@ -140,12 +124,14 @@ int run(const app::CliOptions& options) {
     }
     jobs::ControllerState state;
     jobs::HeadlessWindow window;
-    openLikeTheWindow(state, window, loaded.image);
+    jobs::RestorationJobs restorations(state, window);
+    jobs::ControlSequences sequences(state, window, restorations);
+    sequences.setUpDefaults();
+    sequences.pickImg(loaded.image);
     applyOptions(options, state, window);
     if (!options.autoDir.isEmpty())
         return runSearch(options, state);
-    jobs::RestorationJobs restorations(state, window);
-    restore(options, state, restorations);
+    restore(options, sequences, restorations);
     if (!window.errors.isEmpty()) {
         for (const QString& error : window.errors)
             printError(error);
@@ -167,8 +153,8 @@ int main(int argc, char** argv) {
     QCoreApplication::setApplicationName(QStringLiteral("clarovi-cli"));
     const app::CliParseResult parsed = app::parseCliOptions(QCoreApplication::arguments());
     // A run prints nothing but its one line of refusal or failure, unless asked for more.
-    QLoggingCategory::setFilterRules(parsed.options.verbose ? QStringLiteral("clarovi*=true")
-                                                            : QStringLiteral("clarovi.info=false"));
+    if (parsed.options.verbose)
+        QLoggingCategory::setFilterRules(QStringLiteral("clarovi*=true"));
     switch (parsed.outcome) {
     case app::CliParseResult::Outcome::Help:
         std::fputs(parsed.message.toUtf8().constData(), stdout);

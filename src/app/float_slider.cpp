@@ -1,5 +1,6 @@
 #include "float_slider.h"
 
+#include <QKeyEvent>
 #include <QMouseEvent>
 #include <QStyle>
 #include <QStyleOptionSlider>
@@ -14,7 +15,7 @@ FloatSlider::FloatSlider(const jobs::SliderRange& range, QWidget* parent)
     setRange(0, stepsOf(range.maximum));
     setSingleStep(1);
     setPageStep(0);
-    setFocusPolicy(Qt::NoFocus);
+    setFocusPolicy(Qt::StrongFocus);
     setValue(stepsOf(range.initial));
     // The slider moves its value only after announcing the move; take the new position first so
     // that a drag step reads the value of its own event.
@@ -56,6 +57,13 @@ void FloatSlider::mouseReleaseEvent(QMouseEvent* event) {
     QSlider::mouseReleaseEvent(event);
     if (event->button() == Qt::LeftButton && isEnabled())
         emit released(floatValue());
+}
+
+void FloatSlider::keyPressEvent(QKeyEvent* event) {
+    const int before = value();
+    QSlider::keyPressEvent(event);
+    if (value() != before)
+        emit stepped(floatValue());
 }
 
 void FloatSlider::wheelEvent(QWheelEvent* event) {

@@ -1,11 +1,13 @@
 #pragma once
 
 #include "auto/auto_run.h"
-#include "float_slider.h"
 #include "image_view.h"
+#include "jobs/control_sequences.h"
 #include "jobs/controller_state.h"
 #include "jobs/restoration_jobs.h"
 #include "jobs/window_port.h"
+#include "recent_files.h"
+#include "side_panel.h"
 
 #include <QMainWindow>
 #include <QTimer>
@@ -14,27 +16,29 @@
 #include <memory>
 
 class QLabel;
-class QProgressBar;
-class QPushButton;
+class QMenu;
 class QSettings;
 
 namespace clarovi::app {
 
+class AutoOverlay;
 class AutoViewController;
 class HowToViewC;
 
-/// The one main window: the result, the PSF and the spectrum, the blur and sharpness controls,
-/// and the buttons. Its handlers change the shared controller state and start the restoration
-/// jobs, which reach it back through the WindowPort it implements.
+/// The one main window: the result with its zoom and compare, the side panel of controls, the
+/// menus and the status bar. Its controls start the control sequences, which reach it back
+/// through the WindowPort it implements; an auto run reaches it through the AutoWindowPort.
 class MainWindow : public QMainWindow, public jobs::WindowPort, public autosearch::AutoWindowPort {
     Q_OBJECT
   public:
-    /// Asks for a file to open or a path to save to; an empty string means cancelled.
-    using FileChooser = std::function<QString()>;
+    /// Asks for a file to open, or a path to save to starting from the proposed one; an empty
+    /// string means cancelled.
+    using FileChooser = std::function<QString(const QString& proposed)>;
     /// Tells the user that something failed.
     using MessageSink = std::function<void(const QString&)>;
 
-    /// settings holds the first-start marker; the window does not own it.
+    /// settings holds the first-start marker, the recent files, the folders and the window's
+    /// geometry; the window does not own it.
     explicit MainWindow(QSettings& settings, QWidget* parent = nullptr);
     ~MainWindow() override;
 
@@ -51,18 +55,26 @@ class MainWindow : public QMainWindow, public jobs::WindowPort, public autosearc
     HowToViewC* helpWindow() const { return m_helpController.get(); }
     AutoViewController* gallery() const { return m_loadingController.get(); }
     autosearch::AutoRun& autoRun() { return m_autoRun; }
+    ImageView* view() const { return img01; }
+    const RecentFiles& recentFiles() const { return m_recent; }
     /// The picture the result view shows; what Save writes.
     const QImage& shownImage() const { return img01->image(); }
 
     // WindowPort
-    float psfLength() const override { return psfCountD->floatValue(); }
-    float sharpness() const override { return muSlider->floatValue(); }
+    float psfLength() const override { return m_panel->psfCountD->floatValue(); }
+    float sharpness() const override { return m_panel->muSlider->floatValue(); }
+    double psfAngle() const override { return m_panel->psfAngle->floatValue(); }
+    double psfWidth() const override { return m_panel->anglewidth->floatValue(); }
+    bool motionMode() const override;
+    bool sliderHeld() const override { return m_panel->sliderHeld(); }
     bool showsResult() const override { return !img01->image().isNull(); }
+    void setPsfSliders(float length, double angle, double width) override;
     void lockEverything() override;
     void unlockEverything() override;
-    void showResult(const QImage& picture) override { img01->setImage(picture); }
+    void showResult(const QImage& picture) override;
     void showSettings(const QString& text) override;
-    void showSpectrum(const QImage& spectrum) override { spectrumPreview->setImage(spectrum); }
+    void showPsf(const QImage& psf) override;
+    void showSpectrum(const QImage& spectrum) override;
     void reportError(const QString& message) override;
 
     // Opening and saving.
@@ -72,16 +84,6 @@ class MainWindow : public QMainWindow, public jobs::WindowPort, public autosearc
     bool setImageInputForPictureTaker(const QString& path);
     void SaveImage();
     void showHelp();
-
-    // Control handlers.
-    void LengthNew(bool ended);
-    void angleNew(bool ended);
-    void widthSlider(bool ended);
-    void muSliderChange();
-    void movedSwitch();
-    void outOfFocusSelected();
-    void colorize();
-    void aspectChange();
 
     void autoBtn() { m_autoRun.MainWrapper(); }
     /// Asks for an auto run as soon as the next picture is open.
@@ -98,35 +100,33 @@ class MainWindow : public QMainWindow, public jobs::WindowPort, public autosearc
     void auxUnlock();
 
   protected:
-    void resizeEvent(QResizeEvent* event) override;
+    void closeEvent(QCloseEvent* event) override;
+    void dragEnterEvent(QDragEnterEvent* event) override;
+    void dropEvent(QDropEvent* event) override;
+    bool eventFilter(QObject* watched, QEvent* event) override;
 
   private:
-    void buildControls();
-    QWidget* buildSidePanel();
+    void buildMenus();
+    void buildStatusBar();
+    void connectPanel();
+    void connectField(SliderField* field, void (jobs::ControlSequences::*handler)(bool));
+    void settingEdited(void (jobs::ControlSequences::*release)());
     void viewDidLoad();
-    void pickImg(const QImage& photo);
-    void lengthDrag();
-    void angleDrag();
-    void widthDrag();
-    void dragStep();
-    void lengthEndedDragging();
-    void angleEndedDragging();
-    void widthEndDrag();
-    void useWorkingPicture();
-    QImage showDisplayPsf(double angle, double width);
-    QImage showDisplayPsf() { return showDisplayPsf(m_state.currentAngle, m_state.currentWidth); }
-    void redrawPsf();
-    void rewriteSettingsLabel() { showSettings(m_jobs.settingsText()); }
-    void scheduleAfter(double seconds, void (jobs::RestorationJobs::*job)());
-    void setDimmed(QWidget* control, bool dimmed);
     void showFirstStartHelp();
-    void buildOverlay(QWidget* central);
+    void movedSwitch(bool motion);
+    void muSliderChange();
     void applyPick();
-    void restoreAfterAspectChange();
+    void setComparing(bool comparing);
+    void rememberWindow();
+    void showOpenedFile(const QString& path, const QSize& originalSize);
+    void rebuildRecentMenu();
+    QString proposedSavePath() const;
 
     jobs::ControllerState m_state;
     jobs::RestorationJobs m_jobs;
+    jobs::ControlSequences m_sequences;
     QSettings& m_settings;
+    RecentFiles m_recent;
     FileChooser m_openChooser;
     FileChooser m_saveChooser;
     MessageSink m_messageSink;
@@ -134,29 +134,19 @@ class MainWindow : public QMainWindow, public jobs::WindowPort, public autosearc
     std::unique_ptr<AutoViewController> m_loadingController;
     std::function<void()> m_galleryTerminator;
     autosearch::AutoRun m_autoRun;
-    QTimer m_aspectSettled; ///< the full preview after the Fixed size button was left alone
+    /// A typed or keyed change restores once the keys have been left alone.
+    QTimer m_editSettled;
+    void (jobs::ControlSequences::*m_pendingRelease)() = nullptr;
 
-    // Outlets, under the names the rest of the program knows them by.
-    QLabel* maintitle = nullptr;
-    FloatSlider* muSlider = nullptr;
-    FloatSlider* psfCountD = nullptr;
-    FloatSlider* psfAngle = nullptr;
-    FloatSlider* anglewidth = nullptr;
+    SidePanel* m_panel = nullptr;
     ImageView* img01 = nullptr;
-    ImageView* psfPreview = nullptr;
-    ImageView* spectrumPreview = nullptr;
-    QPushButton* movedSw = nullptr;
-    QPushButton* ofSw = nullptr;
-    QPushButton* saveBtn = nullptr;
-    QPushButton* rgbBtn = nullptr;
-    QPushButton* autobtn = nullptr;
-    QPushButton* openBtn = nullptr;
-    QPushButton* aspectBtn = nullptr;
-    QPushButton* cancelBtn = nullptr;
-    QLabel* settingInfo = nullptr;
-    QLabel* _loadLabelNew = nullptr;
-    QProgressBar* _pBar = nullptr;
-    QWidget* neCont = nullptr;
+    AutoOverlay* m_overlay = nullptr;
+    QMenu* m_recentMenu = nullptr;
+    QLabel* m_fileLabel = nullptr;
+    QLabel* m_zoomLabel = nullptr;
+    QLabel* m_jobLabel = nullptr;
+    QString m_openedPath;
+    QImage m_inputShown; ///< the working picture before restoration, at display size
 };
 
 } // namespace clarovi::app

@@ -13,4 +13,10 @@ void HeadlessWindow::unlockEverything() {
     ++unlockCount;
 }
 
+void HeadlessWindow::setPsfSliders(float newLength, double newAngle, double newWidth) {
+    length = newLength;
+    angle = newAngle;
+    width = newWidth;
+}
+
 } // namespace clarovi::jobs

@@ -1,20 +1,26 @@
 #pragma once
 
+#include <QLoggingCategory>
 #include <QMutex>
 #include <QStringList>
 #include <QtGlobal>
 
 namespace clarovi::testing {
 
-/// While alive, keeps the program's log lines instead of printing them, for a test to count.
+/// While alive, turns the program's log lines on and keeps them instead of printing them, for a
+/// test to count.
 class LogCapture {
   public:
     LogCapture() {
         QMutexLocker locker(&mutex());
         lines().clear();
         m_previous = qInstallMessageHandler(&LogCapture::keep);
+        QLoggingCategory::setFilterRules(QStringLiteral("clarovi.debug=true"));
     }
-    ~LogCapture() { qInstallMessageHandler(m_previous); }
+    ~LogCapture() {
+        QLoggingCategory::setFilterRules(QString());
+        qInstallMessageHandler(m_previous);
+    }
     LogCapture(const LogCapture&) = delete;
     LogCapture& operator=(const LogCapture&) = delete;
 

@@ -1,7 +1,7 @@
 #pragma once
 
 #include "engine/image_bridge.h"
-#include "jobs/controller_state.h"
+#include "jobs/control_sequences.h"
 #include "jobs/headless_window.h"
 #include "jobs/restoration_jobs.h"
 
@@ -32,14 +32,11 @@ struct OpenedPicture {
     jobs::ControllerState state;
     jobs::HeadlessWindow window;
     jobs::RestorationJobs jobs{state, window};
+    jobs::ControlSequences sequences{state, window, jobs};
 
     explicit OpenedPicture(const QImage& photo) {
-        state.setUpDefaults(window.mu, jobs::kSharpnessRange.minimum, jobs::kSharpnessRange.maximum,
-                            window.length);
-        state.installPicture(photo);
-        window.shown = engine::imageWithImage(state.sourceImage,
-                                              QSizeF(state.displayWidth, state.displayHeight));
-        jobs.MakeMyPSFinitial();
+        sequences.setUpDefaults();
+        sequences.pickImg(photo);
     }
 };
 

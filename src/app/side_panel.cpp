@@ -1,0 +1,192 @@
+#include "side_panel.h"
+
+#include <QGraphicsDropShadowEffect>
+#include <QGraphicsOpacityEffect>
+#include <QGridLayout>
+#include <QLabel>
+#include <QPushButton>
+#include <QVBoxLayout>
+
+namespace clarovi::app {
+
+namespace {
+constexpr double kDimmedOpacity = 0.2;
+constexpr int kPanelWidth = 380;
+constexpr int kPreviewSide = 180;
+} // namespace
+
+void setDimmed(QWidget* control, bool dimmed) {
+    auto* effect = qobject_cast<QGraphicsOpacityEffect*>(control->graphicsEffect());
+    if (!effect) {
+        effect = new QGraphicsOpacityEffect(control);
+        control->setGraphicsEffect(effect);
+    }
+    effect->setOpacity(dimmed ? kDimmedOpacity : 1.0);
+}
+
+SidePanel::SidePanel(QWidget* parent) : QWidget(parent) {
+    setObjectName(QStringLiteral("sidePanel"));
+    setFixedWidth(kPanelWidth);
+    auto* column = new QVBoxLayout(this);
+    column->setContentsMargins(0, 0, 0, 0);
+
+    maintitle = new QLabel(QStringLiteral("CLAROVI"), this);
+    maintitle->setObjectName(QStringLiteral("maintitle"));
+    maintitle->setAlignment(Qt::AlignCenter);
+    column->addWidget(maintitle);
+    addViews(column);
+    addSettings(column);
+    addButtons(column);
+    column->addStretch();
+    showNoPicture();
+}
+
+void SidePanel::addViews(QVBoxLayout* column) {
+    auto* views = new QGridLayout;
+    psfPreview = new ImageView(this);
+    psfPreview->setObjectName(QStringLiteral("psfPreview"));
+    psfPreview->setToolTip(tr("The blur the restoration undoes, as the sliders set it"));
+    spectrumPreview = new ImageView(this);
+    spectrumPreview->setObjectName(QStringLiteral("spectrumPreview"));
+    spectrumPreview->setToolTip(tr("The picture's spectrum: the rings or stripes of the blur show "
+                                   "in it"));
+    spectrumPreview->setMirrored(true);
+    for (ImageView* view : {psfPreview, spectrumPreview})
+        view->setFixedSize(kPreviewSide, kPreviewSide);
+    views->addWidget(new QLabel(tr("PSF")), 0, 0, Qt::AlignHCenter);
+    views->addWidget(new QLabel(tr("Spectrum")), 0, 1, Qt::AlignHCenter);
+    views->addWidget(psfPreview, 1, 0);
+    views->addWidget(spectrumPreview, 1, 1);
+    column->addLayout(views);
+
+    settingInfo = new QLabel(this);
+    settingInfo->setObjectName(QStringLiteral("settingInfo"));
+    settingInfo->setAlignment(Qt::AlignCenter);
+    auto* shadow = new QGraphicsDropShadowEffect(settingInfo);
+    shadow->setColor(Qt::black);
+    shadow->setOffset(-1, 1);
+    shadow->setBlurRadius(0);
+    settingInfo->setGraphicsEffect(shadow);
+    column->addWidget(settingInfo);
+}
+
+void SidePanel::addSettings(QVBoxLayout* column) {
+    auto addField = [&](const char* name, const jobs::SliderRange& range, const QString& caption,
+                        int decimals, const QString& what) {
+        auto* field = new SliderField(range, caption, decimals, this);
+        field->setObjectName(QString::fromLatin1(name));
+        field->setHelp(tr("%1\nFrom %2 to %3. Drag, click, type a value, or use the arrow keys.")
+                           .arg(what)
+                           .arg(double(range.minimum))
+                           .arg(double(range.maximum)));
+        column->addWidget(field);
+        return field;
+    };
+    psfCountD = addField("psfCountD", jobs::kLengthRange, tr("PSF Length / Diameter"), 1,
+                         tr("How far the blur spreads a point, in pixels of the 2048-pixel "
+                            "working picture: the disk's diameter, or the motion line's length."));
+    psfAngle = addField("psfAngle", jobs::kAngleRange, tr("PSF Angle"), 1,
+                        tr("The direction of the motion, in degrees (motion blur only)."));
+    anglewidth = addField("anglewidth", jobs::kWidthRange, tr("PSF Width"), 2,
+                          tr("The thickness of the motion line, in pixels (motion blur only)."));
+    muSlider = addField("muSlider", jobs::kSharpnessRange, tr("Sharpness"), 5,
+                        tr("How hard the restoration sharpens: higher is sharper, with more "
+                           "noise and ringing."));
+}
+
+QPushButton* SidePanel::addButton(const QString& text, const char* name, const QString& tip) {
+    auto* button = new QPushButton(text, this);
+    button->setObjectName(QString::fromLatin1(name));
+    button->setToolTip(tip);
+    return button;
+}
+
+void SidePanel::addButtons(QVBoxLayout* column) {
+    auto* modeRow = new QHBoxLayout;
+    movedSw = addButton(QStringLiteral("M"), "movedSw",
+                        tr("Motion blur: the blur is a straight line of the length, angle and "
+                           "width set below"));
+    movedSw->setCheckable(true);
+    movedSw->setFixedSize(40, 40);
+    ofSw = addButton(tr("Out of focus"), "ofSw",
+                     tr("Out-of-focus blur: the blur is a disk of the diameter set above"));
+    modeRow->addWidget(movedSw);
+    modeRow->addWidget(new QLabel(tr("Motion blur")));
+    modeRow->addStretch();
+    modeRow->addWidget(ofSw);
+    column->addLayout(modeRow);
+
+    openBtn = addButton(tr("Open…"), "openBtn", tr("Open a photograph (Ctrl+O)"));
+    saveBtn = addButton(tr("Save"), "saveBtn", tr("Save the picture shown as PNG (Ctrl+S)"));
+    rgbBtn = addButton(QStringLiteral("RGB"), "rgbBtn",
+                       tr("Restore in colour with the current settings (Ctrl+R)"));
+    autobtn = addButton(tr("Auto"), "autobtn",
+                        tr("Restore a grid of settings and pick the best from a gallery (A)"));
+    aspectBtn = addButton(tr("Fixed size"), "aspectBtn",
+                          tr("On: restore at the fixed square working size. Off: restore at "
+                             "the picture's own proportions"));
+    aspectBtn->setCheckable(true);
+    aspectBtn->setChecked(true);
+    compareBtn = addButton(tr("Compare"), "compareBtn",
+                           tr("Hold to see the picture before restoration at the same place "
+                              "(Space)"));
+    auto* firstRow = new QHBoxLayout;
+    for (QPushButton* button : {openBtn, saveBtn, rgbBtn, autobtn})
+        firstRow->addWidget(button);
+    auto* secondRow = new QHBoxLayout;
+    secondRow->addWidget(aspectBtn);
+    secondRow->addWidget(compareBtn);
+    column->addLayout(firstRow);
+    column->addLayout(secondRow);
+}
+
+void SidePanel::setActive(std::initializer_list<QWidget*> controls, bool active) {
+    for (QWidget* control : controls) {
+        control->setEnabled(active);
+        setDimmed(control, !active);
+    }
+}
+
+void SidePanel::showNoPicture() {
+    setActive({psfCountD, psfAngle, anglewidth, muSlider, movedSw, ofSw, saveBtn, rgbBtn, autobtn,
+               aspectBtn, compareBtn},
+              false);
+}
+
+void SidePanel::showPictureOpened(bool keepAspect) {
+    setActive({psfCountD, muSlider, saveBtn, movedSw, rgbBtn, aspectBtn, compareBtn}, true);
+    aspectBtn->setChecked(keepAspect);
+    // The mode stays as it was; angle and width come back with the unlock after the first job.
+    setActive({psfAngle, anglewidth}, false);
+}
+
+void SidePanel::showMotionMode(bool motion) {
+    movedSw->setChecked(motion);
+    setActive({psfAngle, anglewidth}, motion);
+}
+
+void SidePanel::lockEverything() {
+    maintitle->setText(QStringLiteral("LOADING"));
+    // Jobs hold the main thread; paint the title now so that "LOADING" is seen while they run.
+    maintitle->repaint();
+    setActive({psfCountD, movedSw, muSlider, ofSw, rgbBtn, autobtn, anglewidth, psfAngle}, false);
+    saveBtn->setEnabled(false);
+}
+
+void SidePanel::auxUnlock() {
+    maintitle->setText(QStringLiteral("CLAROVI"));
+    setActive({psfCountD, movedSw, muSlider, ofSw, rgbBtn, autobtn}, true);
+    saveBtn->setEnabled(true);
+    setDimmed(saveBtn, false);
+    if (movedSw->isChecked())
+        setActive({anglewidth, psfAngle}, true);
+}
+
+bool SidePanel::sliderHeld() const {
+    for (const SliderField* field : {psfCountD, psfAngle, anglewidth, muSlider})
+        if (field->isSliderDown())
+            return true;
+    return false;
+}
+
+} // namespace clarovi::app

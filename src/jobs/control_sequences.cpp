@@ -1,0 +1,237 @@
+#include "control_sequences.h"
+
+#include "engine/image_bridge.h"
+#include "engine/log.h"
+#include "slider_ranges.h"
+
+namespace clarovi::jobs {
+
+ControlSequences::ControlSequences(ControllerState& state, WindowPort& window,
+                                   RestorationJobs& jobs)
+    : m_state(state), m_window(window), m_jobs(jobs) {
+    m_aspectSettled.setSingleShot(true);
+    connect(&m_aspectSettled, &QTimer::timeout, this,
+            &ControlSequences::restoreAfterAspectChange);
+}
+
+void ControlSequences::setUpDefaults() {
+    m_state.setUpDefaults(m_window.sharpness(), kSharpnessRange.minimum, kSharpnessRange.maximum,
+                          m_window.psfLength());
+    m_window.showPsf(engine::flipImage(m_state.psfImage));
+}
+
+void ControlSequences::scheduleAfter(double seconds, void (RestorationJobs::*job)()) {
+    if (seconds <= 0) {
+        (m_jobs.*job)();
+        return;
+    }
+    QTimer::singleShot(int(seconds * 1000), this, [this, job] { (m_jobs.*job)(); });
+}
+
+void ControlSequences::useWorkingPicture() {
+    m_state.activeImage = m_state.sourceImage;
+    m_state.autoSilent = false;
+}
+
+// The PSF picture beside the result: in motion mode six times longer and twenty times wider
+// than the one that restores, so that a thin line can be seen.
+QImage ControlSequences::showDisplayPsf() {
+    const float length = m_window.psfLength();
+    const double angle = m_state.currentAngle;
+    const double width = m_state.currentWidth;
+    const QImage psf = m_window.motionMode()
+                           ? m_state.MakePsfD(length * 6.0f, angle, width * 20.0, false)
+                           : m_state.MakePsfD(length, angle, width, false);
+    m_window.showPsf(engine::flipImage(psf));
+    return psf;
+}
+
+void ControlSequences::redrawPsf() {
+    m_state.psfImage = m_state.MakePsfD(m_window.psfLength(), m_state.currentAngle,
+                                        m_state.currentWidth, false);
+}
+
+void ControlSequences::pickImg(const QImage& photo) {
+    m_state.installPicture(photo);
+    m_window.showResult(engine::imageWithImage(
+        m_state.sourceImage, QSizeF(m_state.displayWidth, m_state.displayHeight)));
+    m_window.showPsf(engine::flipImage(m_state.psfImage));
+    m_jobs.MakeMyPSFinitial();
+}
+
+void ControlSequences::showFirstRestoration() {
+    if (!m_state.freshImage)
+        return;
+    m_jobs.MakeMyPSFinitial();
+    m_window.lockEverything();
+    m_jobs.spectrumCalculation();
+    useWorkingPicture();
+    m_jobs.auxTrueNoMultithread();
+    m_state.freshImage = false;
+}
+
+void ControlSequences::openAndRestore(const QImage& photo) {
+    pickImg(photo);
+    showFirstRestoration();
+}
+
+// Each move while the mouse holds a PSF slider runs a drag step, a live tiled preview of the
+// reduced copy; the release runs the end step, the full preview a second later.
+void ControlSequences::LengthNew(bool ended) {
+    m_state.eventLength = m_window.psfLength();
+    logLine(ended ? "ended" : "dragging");
+    if (ended)
+        lengthEndedDragging();
+    else
+        lengthDrag();
+}
+
+void ControlSequences::angleNew(bool ended) {
+    logLine(ended ? "ended" : "dragging");
+    if (ended)
+        angleEndedDragging();
+    else
+        angleDrag();
+}
+
+void ControlSequences::widthSlider(bool ended) {
+    m_state.eventLength = m_window.psfLength();
+    logLine(ended ? "ended" : "dragging");
+    if (ended)
+        widthEndDrag();
+    else
+        widthDrag();
+}
+
+void ControlSequences::lengthDrag() {
+    dragStep();
+}
+
+void ControlSequences::angleDrag() {
+    m_state.currentAngle = m_window.psfAngle();
+    dragStep();
+}
+
+void ControlSequences::widthDrag() {
+    m_state.currentWidth = m_window.psfWidth();
+    dragStep();
+}
+
+void ControlSequences::dragStep() {
+    m_jobs.dragStep([this] {
+        const QImage displayPsf = showDisplayPsf();
+        logLine("PSF SIZE %fx%f and IMG %fx%f", double(displayPsf.width()),
+                double(displayPsf.height()), double(m_state.jobImage.width()),
+                double(m_state.jobImage.height()));
+    });
+}
+
+void ControlSequences::lengthEndedDragging(double restoreAfter) {
+    m_window.lockEverything();
+    rewriteSettingsLabel();
+    useWorkingPicture();
+    showDisplayPsf();
+    redrawPsf();
+    m_jobs.setSpect();
+    scheduleAfter(restoreAfter, &RestorationJobs::auxTrueNoMultithread);
+}
+
+void ControlSequences::angleEndedDragging(double restoreAfter) {
+    m_window.lockEverything();
+    m_state.currentAngle = m_window.psfAngle();
+    rewriteSettingsLabel();
+    useWorkingPicture();
+    redrawPsf();
+    scheduleAfter(restoreAfter, &RestorationJobs::auxTrueNoMultithread);
+}
+
+void ControlSequences::widthEndDrag(double restoreAfter) {
+    m_window.lockEverything();
+    useWorkingPicture();
+    m_state.currentWidth = m_window.psfWidth();
+    rewriteSettingsLabel();
+    showDisplayPsf();
+    redrawPsf();
+    m_jobs.setSpect();
+    scheduleAfter(restoreAfter, &RestorationJobs::auxTrueNoMultithread);
+}
+
+void ControlSequences::muSliderChange(double restoreAfter) {
+    m_window.lockEverything();
+    rewriteSettingsLabel();
+    useWorkingPicture();
+    m_jobs.setSpect();
+    scheduleAfter(restoreAfter, &RestorationJobs::auxTrueNoMultithread);
+}
+
+void ControlSequences::previewSetting() {
+    m_state.currentAngle = m_window.psfAngle();
+    m_state.currentWidth = m_window.psfWidth();
+    rewriteSettingsLabel();
+    showDisplayPsf();
+}
+
+void ControlSequences::lengthTyped() {
+    m_state.eventLength = m_window.psfLength();
+    lengthEndedDragging(0);
+}
+
+void ControlSequences::widthTyped() {
+    m_state.eventLength = m_window.psfLength();
+    widthEndDrag(0);
+}
+
+void ControlSequences::movedSwitch(bool motion) {
+    m_state.motionBlur = motion;
+    m_state.currentAngle = m_window.psfAngle();
+    m_state.autoSilent = false;
+    showDisplayPsf();
+    m_window.lockEverything();
+    redrawPsf();
+    m_jobs.auxTrueNoMultithread();
+    m_jobs.setSpect();
+}
+
+void ControlSequences::aspectChange() {
+    m_state.keepAspect = !m_state.keepAspect;
+    scheduleAfter(m_state.jobDelay, &RestorationJobs::runCompTrue);
+    m_aspectSettled.start(int(kReleaseDelay * 1000));
+}
+
+// The live preview that follows the Fixed size button is made of tiles; once the button has been
+// left alone, the full preview of the working picture replaces it. A drag under way restores on
+// its own release instead.
+void ControlSequences::restoreAfterAspectChange() {
+    if (m_window.sliderHeld())
+        return;
+    useWorkingPicture();
+    redrawPsf();
+    m_jobs.auxTrueNoMultithread();
+}
+
+void ControlSequences::colorize() {
+    m_window.lockEverything();
+    scheduleAfter(m_state.jobDelay, &RestorationJobs::runCompFalse);
+}
+
+// The picked setting's colour restoration is asked for twice, a second after the pick.
+void ControlSequences::applyPick(double length, double angle, double width) {
+    m_jobs.MakeMyPSFfinal(length, angle);
+    m_window.lockEverything();
+    m_window.setPsfSliders(float(length), angle, width);
+    rewriteSettingsLabel();
+    useWorkingPicture();
+    const float shownLength = m_window.psfLength();
+    const QImage displayPsf = m_window.motionMode()
+                                  ? m_state.MakePsfD(shownLength * 6.0f, angle, 4.0, false)
+                                  : m_state.MakePsfD(shownLength, angle, 0.2, false);
+    m_window.showPsf(engine::flipImage(displayPsf));
+    m_state.psfImage = m_state.MakePsfD(float(length), angle, 0.2, false);
+    m_jobs.MakeMyPSFfinal(length, angle);
+    m_jobs.setSpect();
+    logLine("Executing selected prev %d with PSF SEL %f", m_state.workingSide, length);
+    scheduleAfter(kReleaseDelay, &RestorationJobs::runCompFalse);
+    scheduleAfter(kReleaseDelay, &RestorationJobs::runCompFalse);
+}
+
+} // namespace clarovi::jobs
