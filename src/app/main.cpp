@@ -2,6 +2,8 @@
 #include "main_window.h"
 
 #include <QApplication>
+#include <QCommandLineParser>
+#include <QLoggingCategory>
 #include <QSettings>
 #include <QTimer>
 
@@ -10,15 +12,32 @@ int main(int argc, char* argv[]) {
     QApplication app(argc, argv);
     QApplication::setOrganizationName(QStringLiteral("Clarovi"));
     QApplication::setApplicationName(QStringLiteral("Clarovi"));
+    QApplication::setApplicationVersion(QStringLiteral(CLAROVI_VERSION));
+
+    QCommandLineParser parser;
+    parser.setApplicationDescription(
+        QApplication::translate("main", "Removes or reduces the blur in a photograph."));
+    parser.addHelpOption();
+    parser.addVersionOption();
+    const QCommandLineOption verbose(
+        QStringLiteral("verbose"),
+        QApplication::translate("main", "Print the program's log lines and the libraries' "
+                                        "reports to stderr."));
+    parser.addOption(verbose);
+    parser.addPositionalArgument(QStringLiteral("photo"),
+                                 QApplication::translate("main", "The photograph to open."),
+                                 QStringLiteral("[photo]"));
+    parser.process(app);
+    if (parser.isSet(verbose))
+        QLoggingCategory::setFilterRules(QStringLiteral("clarovi*=true"));
 
     QSettings settings;
     clarovi::app::MainWindow window(settings);
     window.show();
 
     // A picture named on the command line opens once the window is on screen.
-    const QStringList arguments = QApplication::arguments().mid(1);
-    if (!arguments.isEmpty()) {
-        const QString path = arguments.first();
+    if (!parser.positionalArguments().isEmpty()) {
+        const QString path = parser.positionalArguments().first();
         QTimer::singleShot(0, &window,
                            [&window, path] { window.setImageInputForPictureTaker(path); });
     }

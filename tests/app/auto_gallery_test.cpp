@@ -7,7 +7,6 @@
 #include <QPushButton>
 
 using clarovi::app::AutoViewController;
-using clarovi::app::FloatSlider;
 using clarovi::autosearch::AutoResult;
 using clarovi::autosearch::Data;
 using clarovi::testing::waitFor;
@@ -86,9 +85,9 @@ TEST_F(MainWindowTest, PickingTheFirstTileOfAMotionRunTakesItsSettings) {
     // The next tick of the pick timer applies it, and the colour restoration follows.
     ASSERT_TRUE(waitFor([&] { return !shared.toPut; }, 3000));
     EXPECT_FALSE(outlet("neCont")->isVisible());
-    EXPECT_FLOAT_EQ(outlet<FloatSlider>("psfCountD")->floatValue(), 1.0f);
-    EXPECT_FLOAT_EQ(outlet<FloatSlider>("psfAngle")->floatValue(), 0.0f);
-    EXPECT_FLOAT_EQ(outlet<FloatSlider>("anglewidth")->floatValue(), 0.2f);
+    EXPECT_FLOAT_EQ(slider("psfCountD")->floatValue(), 1.0f);
+    EXPECT_FLOAT_EQ(slider("psfAngle")->floatValue(), 0.0f);
+    EXPECT_FLOAT_EQ(slider("anglewidth")->floatValue(), 0.2f);
     EXPECT_DOUBLE_EQ(window->state().currentWidth, 0.2);
     EXPECT_EQ(title(), "LOADING");
     ASSERT_TRUE(waitFor([this] { return log.count("RESOLUTION") == 2; }, 10000));

@@ -16,7 +16,7 @@ TEST_F(MainWindowTest, DraggingAPsfSliderPreviewsEveryStepWithoutLockingThenEnds
         const int dragsBefore = log.count("dragging");
         const int endsBefore = log.count("ended");
         const int tiledBefore = log.count("######TIME ELAPSED");
-        auto* slider = outlet<FloatSlider>(name);
+        FloatSlider* slider = this->slider(name);
         drag(slider, 4, [&] {
             EXPECT_EQ(title(), "CLAROVI") << "a drag step does not lock";
             EXPECT_TRUE(outlet("rgbBtn")->isEnabled());
@@ -38,7 +38,7 @@ TEST_F(MainWindowTest, TheWidthDragShowsTheWidthOfTheCurrentEvent) {
     openSample();
     QTest::mouseClick(outlet("movedSw"), Qt::LeftButton);
     ASSERT_TRUE(waitFor([this] { return unlocked(); }));
-    auto* width = outlet<FloatSlider>("anglewidth");
+    FloatSlider* width = slider("anglewidth");
     QStringList seen;
     drag(width, 5, [&] {
         const QString expected = QString::asprintf("%.1f", double(width->floatValue()));
@@ -48,17 +48,6 @@ TEST_F(MainWindowTest, TheWidthDragShowsTheWidthOfTheCurrentEvent) {
         seen << expected;
     });
     EXPECT_GE(seen.size(), 5);
-}
-
-TEST_F(MainWindowTest, TwoLengthReleasesWithinASecondRestoreTwice) {
-    openSample();
-    const int before = restorations();
-    clickSlider("psfCountD");
-    QTest::qWait(200);
-    // Locked now; the release must still be counted, as the window would on a real click.
-    window->LengthNew(true);
-    ASSERT_TRUE(waitFor([&] { return restorations() == before + 2; }, 5000));
-    EXPECT_EQ(log.count("dragging"), 0) << "a click without a drag runs only the end step";
 }
 
 TEST_F(MainWindowTest, TheAspectControlRestoresTheTilesAgain) {
@@ -72,4 +61,29 @@ TEST_F(MainWindowTest, TheAspectControlRestoresTheTilesAgain) {
     ASSERT_TRUE(waitFor([&] { return log.count("######TIME ELAPSED") == before + 1; }));
     EXPECT_EQ(window->shownImage().size(), QSize(2048, 1365));
     ASSERT_TRUE(waitFor([this] { return unlocked(); }));
+}
+
+// The view keeps its zoom through a restoration; Space shows the input there, grey beside grey.
+TEST_F(MainWindowTest, TheZoomSurvivesARestorationAndSpaceComparesThere) {
+    openSample();
+    clarovi::app::ImageView* view = window->view();
+    QTest::keyClick(window.get(), Qt::Key_1);
+    QTest::keyClick(window.get(), Qt::Key_Plus);
+    const double zoom = view->zoomFactor();
+    EXPECT_GT(zoom, 1.0);
+    const int before = restorations();
+    clickSlider("psfCountD");
+    ASSERT_TRUE(waitFor([&] { return restorations() == before + 1 && unlocked(); }, 5000));
+    EXPECT_DOUBLE_EQ(view->zoomFactor(), zoom);
+    EXPECT_FALSE(view->isFitting());
+
+    QTest::keyPress(window.get(), Qt::Key_Space);
+    EXPECT_TRUE(view->comparing());
+    EXPECT_DOUBLE_EQ(view->zoomFactor(), zoom);
+    QTest::keyRelease(window.get(), Qt::Key_Space);
+    EXPECT_FALSE(view->comparing());
+    QTest::mousePress(outlet("compareBtn"), Qt::LeftButton);
+    EXPECT_TRUE(view->comparing());
+    QTest::mouseRelease(outlet("compareBtn"), Qt::LeftButton);
+    EXPECT_FALSE(view->comparing());
 }

@@ -56,8 +56,12 @@ class MainWindowTest : public ::testing::Test {
         ASSERT_TRUE(waitFor([this] { return unlocked(); }));
     }
 
+    app::FloatSlider* slider(const char* name) const {
+        return outlet<app::SliderField>(name)->slider();
+    }
+
     void clickSlider(const char* name) {
-        auto* slider = outlet<app::FloatSlider>(name);
+        app::FloatSlider* slider = this->slider(name);
         QTest::mouseClick(slider, Qt::LeftButton, {},
                           QPoint(slider->width() / 3, slider->height() / 2));
     }
