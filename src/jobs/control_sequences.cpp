@@ -127,40 +127,37 @@ void ControlSequences::dragStep() {
 }
 
 void ControlSequences::lengthEndedDragging(double restoreAfter) {
-    m_window.lockEverything();
-    rewriteSettingsLabel();
-    useWorkingPicture();
-    showDisplayPsf();
-    redrawPsf();
-    m_jobs.setSpect();
-    scheduleAfter(restoreAfter, &RestorationJobs::auxTrueNoMultithread);
+    endStep(Setting::Length, restoreAfter);
 }
 
 void ControlSequences::angleEndedDragging(double restoreAfter) {
-    m_window.lockEverything();
-    m_state.currentAngle = m_window.psfAngle();
-    rewriteSettingsLabel();
-    useWorkingPicture();
-    redrawPsf();
-    scheduleAfter(restoreAfter, &RestorationJobs::auxTrueNoMultithread);
+    endStep(Setting::Angle, restoreAfter);
 }
 
 void ControlSequences::widthEndDrag(double restoreAfter) {
-    m_window.lockEverything();
-    useWorkingPicture();
-    m_state.currentWidth = m_window.psfWidth();
-    rewriteSettingsLabel();
-    showDisplayPsf();
-    redrawPsf();
-    m_jobs.setSpect();
-    scheduleAfter(restoreAfter, &RestorationJobs::auxTrueNoMultithread);
+    endStep(Setting::Width, restoreAfter);
 }
 
 void ControlSequences::muSliderChange(double restoreAfter) {
+    endStep(Setting::Sharpness, restoreAfter);
+}
+
+// What every release does: lock, take the setting, show its label (and the PSF view when its
+// shape changed), redraw the PSF that restores, and restore later.
+void ControlSequences::endStep(Setting setting, double restoreAfter) {
     m_window.lockEverything();
+    if (setting == Setting::Angle)
+        m_state.currentAngle = m_window.psfAngle();
+    if (setting == Setting::Width)
+        m_state.currentWidth = m_window.psfWidth();
     rewriteSettingsLabel();
     useWorkingPicture();
-    m_jobs.setSpect();
+    if (setting == Setting::Length || setting == Setting::Width)
+        showDisplayPsf();
+    if (setting != Setting::Sharpness)
+        redrawPsf();
+    if (setting != Setting::Angle)
+        m_jobs.setSpect();
     scheduleAfter(restoreAfter, &RestorationJobs::auxTrueNoMultithread);
 }
 

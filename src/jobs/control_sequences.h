@@ -64,6 +64,8 @@ class ControlSequences : public QObject {
     void applyPick(double length, double angle, double width);
 
   private:
+    enum class Setting { Length, Angle, Width, Sharpness };
+    void endStep(Setting setting, double restoreAfter);
     void lengthDrag();
     void angleDrag();
     void widthDrag();
