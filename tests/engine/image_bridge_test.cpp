@@ -61,9 +61,12 @@ TEST(ImageBridge, FilePixelFormatsAreConvertedFirst) {
     EXPECT_EQ(bgrx.at<cv::Vec4b>(0, 1), cv::Vec4b(0, 0, 0, 255)) << "transparent over black";
 }
 
-TEST(ImageBridge, MatrixBecomesAnImageOfItsOwnOfItsChannels) {
-    EXPECT_EQ(imageWithCVMat((cv::Mat_<uchar>(1, 3) << 0, 128, 255)).pixel(1, 0),
-              qRgb(128, 128, 128));
+TEST(ImageBridge, MatrixOrRegionBecomesAnImageOfItsOwnOfItsChannels) {
+    // One channel stays one channel, as the resampling's fast path for grey pictures needs.
+    const QImage grey = imageWithCVMat((cv::Mat_<uchar>(1, 3) << 0, 128, 255));
+    EXPECT_EQ(grey.format(), QImage::Format_Grayscale8);
+    EXPECT_EQ(grey.pixel(1, 0), qRgb(128, 128, 128));
+
     cv::Mat rgb(2, 3, CV_8UC3, cv::Scalar(255, 10, 20));
     const QImage rgbImage = imageWithCVMat(rgb);
     rgb.setTo(cv::Scalar(1, 2, 3)); // the image keeps its own bytes
@@ -78,9 +81,8 @@ TEST(ImageBridge, MatrixBecomesAnImageOfItsOwnOfItsChannels) {
         cv::cvtColor(CVMat(picture), swapped, cv::COLOR_BGRA2RGBA);
         EXPECT_EQ(imageWithCVMat(swapped).convertToFormat(QImage::Format_RGB32), picture);
     }
-}
 
-TEST(ImageBridge, RegionOfInterestGivesTheImageOfItsCopy) {
+    // A region of interest has gaps between its rows: its image is that of its copy.
     for (int type : {CV_8UC1, CV_8UC3, CV_8UC4}) {
         SCOPED_TRACE(testing::Message() << "channels " << CV_MAT_CN(type));
         cv::Mat whole(20, 30, type);
