@@ -25,24 +25,18 @@ double sharpness(const QImage& picture) {
     return cv::mean(magnitude)[0];
 }
 
-QImage blurredBy(const QImage& picture, const QImage& psf) {
-    cv::Mat colour = engine::CVMat(picture);
-    const cv::Mat kernel = *engine::normalizedKernel(engine::CVGrayscaleMat(psf));
-    cv::Mat blurred;
-    cv::filter2D(colour, blurred, -1, kernel, cv::Point(-1, -1), 0, cv::BORDER_REPLICATE);
-    cv::cvtColor(blurred, blurred, cv::COLOR_BGRA2RGBA);
-    return engine::imageWithCVMat(blurred);
-}
-
 // Opens sharp blurred by the PSF that a release of the length slider at 24 draws; returns the
 // blurred picture.
 QImage openBlurred(OpenedPicture& opened, const QImage& sharp) {
     opened.window.length = 24;
     opened.state.eventLength = 24;
     opened.jobs.MakeMyPSFinitial();
-    const QImage blurred = blurredBy(sharp, opened.state.psfImage);
-    opened.state.installPicture(blurred);
-    return blurred;
+    const cv::Mat kernel = *engine::normalizedKernel(engine::CVGrayscaleMat(opened.state.psfImage));
+    cv::Mat blurred;
+    cv::filter2D(engine::CVMat(sharp), blurred, -1, kernel, {-1, -1}, 0, cv::BORDER_REPLICATE);
+    cv::cvtColor(blurred, blurred, cv::COLOR_BGRA2RGBA);
+    opened.state.installPicture(engine::imageWithCVMat(blurred));
+    return opened.state.sourceImage;
 }
 
 } // namespace
