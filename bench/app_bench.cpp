@@ -2,11 +2,11 @@
 // restoration of one tile; and the run that restores every tile at the working size.
 #include "app/gallery_window.h"
 #include "app/main_window.h"
-#include "app/soak_driver.h"
 #include "engine/deconvolve.h"
 #include "engine/image_bridge.h"
 #include "engine/psf.h"
 #include "qt_bench_main.h"
+#include "soak_driver.h"
 
 #include <QApplication>
 #include <QPushButton>
@@ -18,8 +18,8 @@
 #include <sys/resource.h>
 
 using clarovi::app::MainWindow;
-using clarovi::testing::residentMiB;
-using clarovi::testing::waitFor;
+using clarovi::bench::residentMiB;
+using clarovi::bench::waitFor;
 
 namespace {
 

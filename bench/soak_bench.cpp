@@ -1,19 +1,20 @@
-// A thousand random presses, drags and clicks on the real window (offscreen), with the resident
-// size before, at its peak and once the window has settled. CLAROVI_SOAK_SEED picks the sequence.
+// A thousand (by default) random presses, drags and clicks on the real window (offscreen), with the
+// resident size before, at its peak and once the window has settled. CLAROVI_SOAK_SEED picks the
+// sequence, CLAROVI_SOAK_EVENTS its length.
 #include "app/main_window.h"
-#include "app/soak_driver.h"
 #include "qt_bench_main.h"
+#include "soak_driver.h"
 
 #include <QApplication>
 #include <QSettings>
 #include <QTemporaryDir>
 #include <benchmark/benchmark.h>
 
-using namespace clarovi::testing;
+using namespace clarovi::bench;
 
 namespace {
 
-void BM_SoakThousandEvents(benchmark::State& state) {
+void BM_SoakRandomEvents(benchmark::State& state) {
     QTemporaryDir dir;
     QSettings settings(dir.filePath("settings.ini"), QSettings::IniFormat);
     settings.setValue("firstStartnew2", true);
@@ -30,7 +31,7 @@ void BM_SoakThousandEvents(benchmark::State& state) {
     }
     const double before = residentMiB();
     for (auto _ : state) {
-        SoakDriver(window, soakSeed()).run(1000);
+        SoakDriver(window, soakSeed()).run(soakEvents());
         if (!waitUntilSettled(window))
             state.SkipWithError("the window did not settle");
     }
@@ -39,7 +40,7 @@ void BM_SoakThousandEvents(benchmark::State& state) {
     state.counters["rss_after_MiB"] = residentMiB();
     state.counters["messages"] = messages;
 }
-BENCHMARK(BM_SoakThousandEvents)->Unit(benchmark::kSecond)->UseRealTime()->Iterations(1);
+BENCHMARK(BM_SoakRandomEvents)->Unit(benchmark::kSecond)->UseRealTime()->Iterations(1);
 
 } // namespace
 

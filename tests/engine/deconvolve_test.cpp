@@ -1,5 +1,4 @@
 #include "engine/deconvolve.h"
-#include "engine/frequency.h"
 #include "literal_reference.h"
 
 #include <gtest/gtest.h>
@@ -64,7 +63,6 @@ TEST(Deconvolve, MatchesTheLiteralStepsUpToRounding) {
 TEST(Deconvolve, PreparedAndParallelCallsGiveTheSerialResults) {
     const cv::Size tile(256, 256);
     const engine::PreparedPsf prepared(diskPsf(tile, 21), tile);
-    EXPECT_EQ(prepared.planeSize(), tile);
     // Mixed sizes too, so that threads plan and grow their buffers at the same time.
     const auto size = [&](int t) { return t % 4 == 3 ? cv::Size(100 + t, 90) : tile; };
     constexpr int kTiles = 12;
@@ -97,17 +95,15 @@ TEST(Deconvolve, ZeroMuWithAnIdentityPsfHalvesOnlyTheCentralFrequency) {
     cv::Mat psf = cv::Mat::zeros(size, CV_64F);
     const cv::Point centre(size.width / 2, size.height / 2);
     psf.at<double>(centre) = 1.0;
-    const cv::Mat plane = randomPlane(size, 3);
-    cv::Mat result, in[2], out[2];
+    const cv::Mat plane = randomPlane(size, 3, CV_64F);
+    cv::Mat result, in, out;
     engine::deconvolvePlane(0.0, plane, result, psf);
-    engine::forwardSpectrum(plane, in);
-    engine::forwardSpectrum(result, out);
-    const double tolerance = 1e-9 * maxAbs(in[0]);
-    EXPECT_GT(std::abs(in[0].at<double>(centre)), 1000 * tolerance); // the halving is visible
-    for (int k : {0, 1}) {
-        in[k].at<double>(centre) *= 0.5;
-        EXPECT_LE(maxAbs(out[k] - in[k]), tolerance);
-    }
+    cv::dft(plane, in, cv::DFT_COMPLEX_OUTPUT);
+    cv::dft(result, out, cv::DFT_COMPLEX_OUTPUT);
+    const double tolerance = 1e-9 * maxAbs(in);
+    EXPECT_GT(cv::norm(in.at<cv::Vec2d>(centre)), 1000 * tolerance); // the halving is visible
+    in.at<cv::Vec2d>(centre) *= 0.5;
+    EXPECT_LE(maxAbs(out - in), tolerance);
 
     for (const int diameter : {1, 8, 33}) {
         SCOPED_TRACE(diameter);

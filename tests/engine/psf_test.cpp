@@ -80,27 +80,21 @@ TEST(Psf, HairLineFollowsTheAngleFaintButVisible) {
     }
 }
 
-TEST(Psf, ZeroLengthIsBlackAndHasNoKernel) {
+TEST(Psf, KernelIsThePlaneOverItsSumAndAZeroLengthIsBlackWithNone) {
     for (bool motion : {false, true}) {
         SCOPED_TRACE(testing::Message() << "motion " << motion);
-        const cv::Mat grey = CVGrayscaleMat(MakePsfD(0.0f, -45.0, 0.2, false, motion, {64, 64}));
-        EXPECT_EQ(cv::countNonZero(grey), 0);
-        EXPECT_FALSE(normalizedKernel(grey).has_value());
-    }
-    EXPECT_FALSE(normalizedKernel(cv::Mat()).has_value());
-}
+        const cv::Mat black = CVGrayscaleMat(MakePsfD(0.0f, -45.0, 0.2, false, motion, {64, 64}));
+        EXPECT_EQ(cv::countNonZero(black), 0);
+        EXPECT_FALSE(normalizedKernel(black).has_value());
 
-TEST(Psf, KernelIsThePlaneOverItsSum) {
-    for (bool motion : {false, true}) {
-        SCOPED_TRACE(testing::Message() << "motion " << motion);
         const cv::Mat grey = CVGrayscaleMat(MakePsfD(9.0f, 30.0, 0.7, false, motion, {97, 61}));
         const auto kernel = normalizedKernel(grey);
         ASSERT_TRUE(kernel.has_value());
         EXPECT_EQ(kernel->type(), CV_32F);
-        EXPECT_NEAR(cv::sum(*kernel)[0], 1.0, 1e-5);
         cv::Mat expected;
         grey.convertTo(expected, CV_32F, 1.0 / cv::sum(grey)[0]);
         EXPECT_LE(cv::norm(*kernel, expected, cv::NORM_INF), 1e-7);
     }
+    EXPECT_FALSE(normalizedKernel(cv::Mat()).has_value());
     EXPECT_THROW(normalizedKernel(cv::Mat(2, 2, CV_32F, cv::Scalar(1))), std::invalid_argument);
 }

@@ -4,6 +4,8 @@
 
 #include <gtest/gtest.h>
 
+#include <tuple>
+
 using clarovi::jobs::ControllerState;
 
 TEST(ControllerState, OpeningKeepsTheAspectForDisplayAndSquaresTheWorkingCopies) {
@@ -28,27 +30,25 @@ TEST(ControllerState, OpeningKeepsTheAspectForDisplayAndSquaresTheWorkingCopies)
         EXPECT_EQ(state.sourceImage.size(), QSize(2048, 2048));
         EXPECT_EQ(state.previewSourceImage.size(), QSize(1024, 1024));
         EXPECT_EQ(state.activeImage, state.sourceImage);
-        EXPECT_TRUE(state.keepAspect);
-        EXPECT_FALSE(state.autoSilent);
-        EXPECT_FALSE(state.motionBlur);
-        EXPECT_FALSE(state.spectrumDrawn);
-        EXPECT_TRUE(state.freshImage);
+        // Fixed size and out of focus again, loud, no spectrum yet, fresh.
+        EXPECT_EQ(std::tuple(state.keepAspect, state.motionBlur, state.autoSilent,
+                             state.spectrumDrawn, state.freshImage),
+                  std::tuple(true, false, false, false, true));
     }
 }
 
-TEST(ControllerState, PsfCanvasFollowsTheActivePictureAndTheMode) {
+// The PSF is drawn on the active picture's canvas, as a disk out of focus and a thin line in motion
+// mode for the same length and angle.
+TEST(ControllerState, PsfFollowsTheActivePictureAndTheMode) {
     ControllerState state;
-    state.setUpDefaults(0.0035f, 0.002f, 0.008f, 10.0f);
     state.activeImage = QImage(300, 200, QImage::Format_RGB32);
-    EXPECT_EQ(state.MakePsfD(10, -45, 0.2, false).size(), QSize(300, 200));
-    EXPECT_EQ(state.MakePsfD(10, -45, 0.2, true).size(), QSize(256, 256));
-
-    // The same length and angle draw a disk out of focus and a thin line in motion mode.
-    const double disk =
-        cv::sum(clarovi::engine::CVGrayscaleMat(state.MakePsfD(20, 0, 1, false)))[0];
+    const QImage disk = state.MakePsfD(20, 0, 1, false);
+    EXPECT_EQ(disk.size(), QSize(300, 200));
     state.motionBlur = true;
-    const double line =
-        cv::sum(clarovi::engine::CVGrayscaleMat(state.MakePsfD(20, 0, 1, false)))[0];
-    EXPECT_GT(disk, 4 * line);
+    const auto light = [](const QImage& psf) {
+        return cv::sum(clarovi::engine::CVGrayscaleMat(psf))[0];
+    };
+    const double line = light(state.MakePsfD(20, 0, 1, false));
+    EXPECT_GT(light(disk), 4 * line);
     EXPECT_GT(line, 0);
 }

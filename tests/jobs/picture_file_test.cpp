@@ -24,6 +24,22 @@ QString writeBytes(const QTemporaryDir& dir, const QString& name, const QByteArr
     return path;
 }
 
+QByteArray readBytes(const QString& path) {
+    QFile file(path);
+    EXPECT_TRUE(file.open(QIODevice::ReadOnly));
+    return file.readAll();
+}
+
+// A 64 x 48 picture written in format.
+QByteArray encoded(const char* format) {
+    QImage picture(64, 48, QImage::Format_RGB32);
+    picture.fill(Qt::darkCyan);
+    QByteArray bytes;
+    QBuffer buffer(&bytes);
+    EXPECT_TRUE(buffer.open(QIODevice::WriteOnly) && picture.save(&buffer, format));
+    return bytes;
+}
+
 quint32 crc32(const QByteArray& bytes) {
     quint32 crc = 0xFFFFFFFFu;
     for (char byte : bytes) {
@@ -74,12 +90,7 @@ QByteArray jpegWithScans(int scans) {
 // program's output.
 TEST(PictureFile, RefusesBadFilesWithAMessageNamingThemAndWhy) {
     QTemporaryDir dir;
-    QImage picture(64, 48, QImage::Format_RGB32);
-    picture.fill(Qt::darkCyan);
-    QByteArray png, xpm;
-    QBuffer pngBuffer(&png), xpmBuffer(&xpm);
-    ASSERT_TRUE(pngBuffer.open(QIODevice::WriteOnly) && picture.save(&pngBuffer, "PNG"));
-    ASSERT_TRUE(xpmBuffer.open(QIODevice::WriteOnly) && picture.save(&xpmBuffer, "XPM"));
+    const QByteArray png = encoded("PNG"), xpm = encoded("XPM");
     const QByteArray someData = chunk("IDAT", QByteArray(2000, 'x'));
     const std::tuple<const char*, QByteArray, const char*> cases[] = {
         {"empty.png", {}, "empty"},
@@ -114,11 +125,7 @@ class SlowDevice : public QBuffer {
 };
 
 TEST(PictureFile, ADecodingThatOutlastsItsBudgetEndsInARefusal) {
-    QImage picture(64, 48, QImage::Format_RGB32);
-    picture.fill(Qt::darkCyan);
-    QByteArray png;
-    QBuffer buffer(&png);
-    ASSERT_TRUE(buffer.open(QIODevice::WriteOnly) && picture.save(&buffer, "PNG"));
+    QByteArray png = encoded("PNG");
     SlowDevice slow(&png);
     ASSERT_TRUE(slow.open(QIODevice::ReadOnly));
     const LoadedPicture loaded = loadPicture(slow, QStringLiteral("slow.png"));
@@ -147,32 +154,23 @@ TEST(PictureFile, AcceptsDeepGreyIndexedAndTransparentPicturesAndTheExifOrientat
     EXPECT_EQ(loadPicture(dir.filePath("turned.jpg")).image.size(), QSize(30, 40));
 }
 
-TEST(PictureFile, SavesPngAndAppendsTheExtensionOnlyWhenThereIsNone) {
+// Whatever the name says, the file is a PNG; a failed save says why and leaves the old file.
+TEST(PictureFile, SavesPngAndAFailedSaveLeavesTheOldFile) {
     EXPECT_EQ(savePathFor("/tmp/result"), "/tmp/result.png");
     EXPECT_EQ(savePathFor("/tmp/result.tiff"), "/tmp/result.tiff");
-    QTemporaryDir dir;
-    QImage picture(30, 20, QImage::Format_RGB32);
-    picture.fill(Qt::red);
-    ASSERT_EQ(savePng(picture, dir.filePath("out.tiff")), QString());
-    QFile file(dir.filePath("out.tiff"));
-    ASSERT_TRUE(file.open(QIODevice::ReadOnly));
-    EXPECT_TRUE(file.read(8).startsWith("\x89PNG"));
-}
-
-TEST(PictureFile, AFailedSaveSaysWhyAndLeavesTheOldFile) {
     QTemporaryDir dir;
     QImage picture(300, 200, QImage::Format_RGB32);
     for (int y = 0; y < picture.height(); ++y)
         for (int x = 0; x < picture.width(); ++x)
             picture.setPixel(x, y, qRgb(x * 7 % 256, y * 13 % 256, (x * y) % 256));
-    // A disk that fills up half-way through the write.
+    ASSERT_EQ(savePng(picture, dir.filePath("out.tiff")), QString());
+    EXPECT_TRUE(readBytes(dir.filePath("out.tiff")).startsWith("\x89PNG"));
+
     const QString existing = writeBytes(dir, "kept.png", "old contents");
     const QString error = [&] {
-        clarovi::testing::FileSizeLimit fullDisk(1000);
+        clarovi::testing::FileSizeLimit fullDisk(1000); // fills up half-way through the write
         return savePng(picture, existing);
     }();
     EXPECT_TRUE(error.contains("kept.png")) << error.toStdString();
-    QFile file(existing);
-    ASSERT_TRUE(file.open(QIODevice::ReadOnly));
-    EXPECT_EQ(file.readAll(), QByteArray("old contents"));
+    EXPECT_EQ(readBytes(existing), QByteArray("old contents"));
 }

@@ -1,7 +1,6 @@
 #pragma once
 
 #include "app/main_window.h"
-#include "common/wait.h"
 
 #include <QElapsedTimer>
 #include <QLabel>
@@ -12,15 +11,23 @@
 #include <unistd.h>
 
 #include <fstream>
+#include <functional>
 #include <random>
 
-namespace clarovi::testing {
+namespace clarovi::bench {
 
 /// The seed of a soak: CLAROVI_SOAK_SEED when set, so that a failing run can be replayed.
 inline unsigned soakSeed() {
     bool given = false;
     const int seed = qEnvironmentVariableIntValue("CLAROVI_SOAK_SEED", &given);
     return given ? unsigned(seed) : 20240611u;
+}
+
+/// The length of a soak: CLAROVI_SOAK_EVENTS when set, so that a quick run can check it works.
+inline int soakEvents() {
+    bool given = false;
+    const int events = qEnvironmentVariableIntValue("CLAROVI_SOAK_EVENTS", &given);
+    return given ? events : 1000;
 }
 
 /// Resident size of this process now, in MiB.
@@ -36,6 +43,18 @@ inline double peakResidentMiB() {
     rusage usage{};
     getrusage(RUSAGE_SELF, &usage);
     return double(usage.ru_maxrss) / 1024.0;
+}
+
+/// Runs the event loop until condition holds or the time is up; whether it held.
+inline bool waitFor(const std::function<bool()>& condition, int milliseconds = 15000) {
+    QElapsedTimer timer;
+    timer.start();
+    while (!condition()) {
+        if (timer.elapsed() > milliseconds)
+            return false;
+        QTest::qWait(5);
+    }
+    return true;
 }
 
 /// Runs the event loop until the window is unlocked and neither its title nor the picture it
@@ -116,4 +135,4 @@ class SoakDriver {
     std::mt19937 m_random;
 };
 
-} // namespace clarovi::testing
+} // namespace clarovi::bench
