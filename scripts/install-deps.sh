@@ -6,7 +6,7 @@ packages=(
   g++ cmake ninja-build pkg-config git
   qt6-base-dev qt6-image-formats-plugins libgl-dev fonts-dejavu-core
   libopencv-dev libfftw3-dev
-  libgtest-dev libgmock-dev libbenchmark-dev
+  libgtest-dev libgmock-dev libbenchmark-dev desktop-file-utils
   clang-format clang libclang-rt-14-dev
 )
 

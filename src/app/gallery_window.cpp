@@ -7,6 +7,8 @@
 #include <QListView>
 #include <QPainter>
 #include <QPushButton>
+#include <QScreen>
+#include <QStyle>
 #include <QVBoxLayout>
 
 namespace clarovi::app {
@@ -16,6 +18,8 @@ constexpr int kTile = 400;
 constexpr int kBorder = 2;
 constexpr int kLabelHeight = 28;
 const QColor kDarkGrey(0x55, 0x55, 0x55);
+// Room for the window manager's title bar and borders, which the window's own size leaves out.
+const QSize kFrameAllowance(16, 48);
 } // namespace
 
 QSize LabelItem::sizeHint(const QStyleOptionViewItem&, const QModelIndex&) const {
@@ -55,7 +59,7 @@ AutoViewController::AutoViewController(QWidget* parent)
     setWindowTitle(tr("Clarovi: pick the best restoration"));
     setAttribute(Qt::WA_StyledBackground);
     setStyleSheet(QStringLiteral("background: #3c3c3c; color: white;"));
-    resize(3 * (kTile + 1) + 40, 2 * (kTile + 1) + 80);
+    fitToScreen(QSize(3 * (kTile + 1) + 40, 2 * (kTile + 1) + 80));
 
     m_colView = new QListView(this);
     m_colView->setObjectName(QStringLiteral("colView"));
@@ -80,6 +84,15 @@ AutoViewController::AutoViewController(QWidget* parent)
     auto* layout = new QVBoxLayout(this);
     layout->addWidget(m_colView);
     layout->addWidget(keep, 0, Qt::AlignRight);
+}
+
+// Three columns by two rows where the screen has room; on a smaller screen the grid scrolls.
+void AutoViewController::fitToScreen(QSize wanted) {
+    const QRect available = screen()->availableGeometry();
+    resize(wanted.boundedTo(available.size() - kFrameAllowance));
+    move(
+        QStyle::alignedRect(layoutDirection(), Qt::AlignCenter, size() + kFrameAllowance, available)
+            .topLeft());
 }
 
 void AutoViewController::pick(const QModelIndex& index) {

@@ -46,6 +46,7 @@ class AutoViewController : public QWidget {
     void closeEvent(QCloseEvent* event) override;
 
   private:
+    void fitToScreen(QSize wanted);
     void pick(const QModelIndex& index);
 
     autosearch::GalleryModel m_model;

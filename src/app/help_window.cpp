@@ -1,8 +1,13 @@
 #include "help_window.h"
 
+#include <QAction>
+#include <QEvent>
+#include <QHBoxLayout>
 #include <QLabel>
 #include <QPalette>
+#include <QPushButton>
 #include <QScrollArea>
+#include <QTimer>
 #include <QVBoxLayout>
 
 namespace clarovi::app {
@@ -94,10 +99,38 @@ QString helpHtml() {
     return QString::fromLatin1(kHelpHtml);
 }
 
-HowToViewC::HowToViewC(QWidget* parent) : QWidget(parent) {
+HowToViewC::HowToViewC(QWidget* owner) : QWidget(owner, Qt::Window) {
     setWindowTitle(QStringLiteral("Clarovi Help"));
     resize(640, 720);
     viewDidLoad();
+
+    auto* closeAction = new QAction(this);
+    QList<QKeySequence> closeKeys = QKeySequence::keyBindings(QKeySequence::Close);
+    closeKeys << QKeySequence(Qt::Key_Escape);
+    closeAction->setShortcuts(closeKeys);
+    connect(closeAction, &QAction::triggered, this, &QWidget::close);
+    addAction(closeAction);
+}
+
+void HowToViewC::showInFront() {
+    QWidget* owner = parentWidget();
+    if (owner && !owner->isVisible()) {
+        // Shown now, it would open first and the owner would then open on top of it.
+        owner->installEventFilter(this);
+        return;
+    }
+    show();
+    raise();
+    activateWindow();
+}
+
+bool HowToViewC::eventFilter(QObject* watched, QEvent* event) {
+    if (watched == parentWidget() && event->type() == QEvent::Show) {
+        watched->removeEventFilter(this);
+        // Once the owner's own showing is over, so that the window manager stacks this above it.
+        QTimer::singleShot(0, this, &HowToViewC::showInFront);
+    }
+    return QWidget::eventFilter(watched, event);
 }
 
 void HowToViewC::viewDidLoad() {
@@ -122,7 +155,21 @@ void HowToViewC::viewDidLoad() {
 
     auto* layout = new QVBoxLayout(this);
     layout->setContentsMargins(0, 0, 0, 0);
+    layout->setSpacing(0);
     layout->addWidget(textV);
+    layout->addWidget(closeRow());
+}
+
+QWidget* HowToViewC::closeRow() {
+    auto* row = new QWidget(this);
+    auto* closeButton = new QPushButton(tr("Close"), row);
+    closeButton->setObjectName(QStringLiteral("closeBtn"));
+    connect(closeButton, &QPushButton::clicked, this, &QWidget::close);
+    auto* layout = new QHBoxLayout(row);
+    layout->setContentsMargins(16, 8, 16, 12);
+    layout->addStretch();
+    layout->addWidget(closeButton);
+    return row;
 }
 
 } // namespace clarovi::app

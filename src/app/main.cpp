@@ -1,3 +1,5 @@
+#include "app_icon.h"
+#include "dark_theme.h"
 #include "engine/memory_policy.h"
 #include "main_window.h"
 
@@ -12,6 +14,10 @@ int main(int argc, char* argv[]) {
     QApplication app(argc, argv);
     QApplication::setOrganizationName(QStringLiteral("Clarovi"));
     QApplication::setApplicationName(QStringLiteral("Clarovi"));
+    // Lets the desktop match the windows to clarovi.desktop, for their icon and grouping.
+    QGuiApplication::setDesktopFileName(QStringLiteral("clarovi"));
+    QApplication::setWindowIcon(clarovi::app::appIcon());
+    clarovi::app::applyDarkTheme(app);
     QApplication::setApplicationVersion(QStringLiteral(CLAROVI_VERSION));
 
     QCommandLineParser parser;

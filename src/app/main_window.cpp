@@ -1,5 +1,6 @@
 #include "main_window.h"
 
+#include "about_box.h"
 #include "auto/data.h"
 #include "auto_overlay.h"
 #include "engine/log.h"
@@ -37,9 +38,15 @@ constexpr auto kGeometryKey = "windowGeometry";
 constexpr auto kWindowStateKey = "windowState";
 constexpr int kNoteMilliseconds = 8000;
 
+// The window's own look, on its central widget only so that dialogs keep the application's palette.
 const char* const kStyle = R"(
+QWidget#central, QWidget#sidePanel, QWidget#neCont { background: #555555; }
 QLabel#maintitle { font-size: 26px; font-weight: bold; letter-spacing: 3px; }
 QLabel#settingInfo { font-size: 15px; }
+QWidget#sidePanel QPushButton { background: #6b6b6b; border: 1px solid #2f2f2f;
+                                border-radius: 5px; padding: 6px 12px; }
+QWidget#sidePanel QPushButton:checked { background: #3d7be0; }
+QWidget#sidePanel QPushButton:disabled { color: #9a9a9a; }
 QPushButton#movedSw { border-radius: 20px; padding: 0; font-weight: bold; }
 )";
 
@@ -78,10 +85,11 @@ MainWindow::MainWindow(QSettings& settings, QWidget* parent)
         QMessageBox::warning(this, tr("Clarovi"), message);
     };
     setWindowTitle(tr("Clarovi"));
-    setStyleSheet(QString::fromLatin1(kStyle));
     setAcceptDrops(true);
 
     auto* central = new QWidget(this);
+    central->setObjectName(QStringLiteral("central"));
+    central->setStyleSheet(QString::fromLatin1(kStyle));
     setCentralWidget(central);
     auto* layout = new QHBoxLayout(central);
     layout->setContentsMargins(12, 12, 12, 12);
@@ -151,6 +159,7 @@ void MainWindow::buildMenus() {
     auto* help = menuBar()->addMenu(tr("&Help"));
     help->addAction(tr("Clarovi &Help"), QKeySequence::HelpContents, this,
                     &MainWindow::showHelp);
+    help->addAction(tr("&About Clarovi"), this, [this] { showAboutBox(this); });
 }
 
 void MainWindow::buildStatusBar() {
@@ -215,10 +224,8 @@ void MainWindow::showFirstStartHelp() {
 
 void MainWindow::showHelp() {
     if (!m_helpController)
-        m_helpController = std::make_unique<HowToViewC>();
-    m_helpController->show();
-    m_helpController->raise();
-    m_helpController->activateWindow();
+        m_helpController = std::make_unique<HowToViewC>(this);
+    m_helpController->showInFront();
 }
 
 bool MainWindow::motionMode() const {

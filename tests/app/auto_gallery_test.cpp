@@ -104,3 +104,14 @@ TEST_F(MainWindowTest, ClosingTheGalleryWithoutAPickQuits) {
     EXPECT_EQ(terminations, 1);
     EXPECT_EQ(log.count("TERMINATE"), 1);
 }
+
+// However small the screen, the gallery stays on it and still shows at least one whole tile.
+TEST(Gallery, FitsOnTheScreenWithAWholeTileInView) {
+    AutoViewController gallery;
+    gallery.show();
+    ASSERT_TRUE(QTest::qWaitForWindowExposed(&gallery));
+    EXPECT_TRUE(gallery.screen()->availableGeometry().contains(gallery.frameGeometry()));
+    const QSize view = gallery.colView()->viewport()->size();
+    EXPECT_GE(view.width(), 400);
+    EXPECT_GE(view.height(), 400);
+}

@@ -1,6 +1,9 @@
 #include "app/help_window.h"
 
+#include "common/wait.h"
+
 #include <QLabel>
+#include <QPushButton>
 #include <QRegularExpression>
 #include <QScrollArea>
 #include <QTextBlock>
@@ -53,4 +56,35 @@ TEST(HelpWindow, ShowsTheTextByNameOnDarkGrey) {
     ASSERT_TRUE(QTest::qWaitForWindowExposed(&window));
     const QImage picture = window.grab().toImage();
     EXPECT_EQ(picture.pixelColor(2, picture.height() - 3), QColor(Qt::darkGray));
+}
+
+// Esc, the platform's Close keys and the Close button each close the window.
+TEST(HelpWindow, ClosesOnEscCtrlWAndItsCloseButton) {
+    const std::function<void(QWidget&)> closers[] = {
+        [](QWidget& window) { QTest::keyClick(&window, Qt::Key_Escape); },
+        [](QWidget& window) { QTest::keyClick(&window, Qt::Key_W, Qt::ControlModifier); },
+        [](QWidget& window) {
+            QTest::mouseClick(window.findChild<QPushButton*>(QStringLiteral("closeBtn")),
+                              Qt::LeftButton);
+        },
+    };
+    for (const auto& close : closers) {
+        clarovi::app::HowToViewC window;
+        window.showInFront();
+        ASSERT_TRUE(QTest::qWaitForWindowActive(&window));
+        close(window);
+        EXPECT_FALSE(window.isVisible());
+    }
+}
+
+// Asked to show before its owner is on screen, it waits for the owner, so as to open above it.
+TEST(HelpWindow, OpensOnceItsOwnerIsShownAsItsOwnWindow) {
+    QWidget owner;
+    auto* help = new clarovi::app::HowToViewC(&owner);
+    help->showInFront();
+    EXPECT_FALSE(help->isVisible());
+    owner.show();
+    ASSERT_TRUE(clarovi::testing::waitFor([help] { return help->isVisible(); }));
+    EXPECT_TRUE(help->isWindow());
+    EXPECT_EQ(help->windowHandle()->transientParent(), owner.windowHandle());
 }
