@@ -1,0 +1,151 @@
+#include "app/image_view.h"
+
+#include <QApplication>
+#include <QTest>
+#include <QWheelEvent>
+#include <gtest/gtest.h>
+
+#include <cmath>
+
+using clarovi::app::ImageView;
+
+namespace {
+
+// Red (or blue, for the compare picture) grows left to right, green top to bottom, so that a
+// pixel of a screenshot tells which picture pixel it shows.
+QImage gradient(QSize size, bool xInBlue = false) {
+    QImage image(size, QImage::Format_RGB32);
+    for (int y = 0; y < size.height(); ++y)
+        for (int x = 0; x < size.width(); ++x) {
+            const int u = 255 * x / (size.width() - 1), v = 255 * y / (size.height() - 1);
+            image.setPixel(x, y, xInBlue ? qRgb(0, v, u) : qRgb(u, v, 0));
+        }
+    return image;
+}
+
+QPointF relative(QPointF point, QSize size) {
+    return {point.x() / size.width(), point.y() / size.height()};
+}
+
+void expectNear(QPointF actual, QPointF expected) {
+    EXPECT_NEAR(actual.x(), expected.x(), 1e-6);
+    EXPECT_NEAR(actual.y(), expected.y(), 1e-6);
+}
+
+// An 800 x 600 picture in a 400 x 300 view: it fits at 1/2.
+class ImageViewTest : public ::testing::Test {
+  protected:
+    void SetUp() override {
+        view.setZoomable(true);
+        view.resize(400, 300);
+        view.setImage(gradient({800, 600}));
+        view.show();
+        ASSERT_TRUE(QTest::qWaitForWindowExposed(&view));
+    }
+    void wheel(QPointF at, int notches) {
+        QWheelEvent event(at, view.mapToGlobal(at), {}, {0, 120 * notches}, Qt::NoButton,
+                          Qt::NoModifier, Qt::NoScrollPhase, false);
+        QApplication::sendEvent(&view, &event);
+    }
+    void drag(QPoint by) {
+        const QPoint from(200, 150);
+        QTest::mousePress(&view, Qt::LeftButton, {}, from);
+        QMouseEvent move(QEvent::MouseMove, from + by, view.mapToGlobal(from + by), Qt::NoButton,
+                         Qt::LeftButton, Qt::NoModifier);
+        QApplication::sendEvent(&view, &move);
+        QTest::mouseRelease(&view, Qt::LeftButton, {}, from + by);
+    }
+    ImageView view;
+};
+
+TEST_F(ImageViewTest, WheelZoomsAboutTheCursorWhereThePictureAllows) {
+    struct Case {
+        QPoint dragBy;
+        QPointF cursor;
+        int notches;
+        double factor;
+        QPointF heldPointLandsAt;
+    };
+    // Each starts at 100 % on the picture's centre.
+    const Case cases[] = {
+        {{0, 0}, {200, 150}, 1, 1.5, {200, 150}},
+        {{0, 0}, {10, 10}, 3, 3.0, {10, 10}},
+        {{0, 0}, {395, 295}, 1, 1.5, {395, 295}},
+        {{0, 0}, {300, 50}, 20, 8.0, {300, 50}},
+        // The picture shrinks to the view's size or below: centred, the point moves.
+        {{0, 0}, {10, 10}, -2, 0.5, {105, 80}},
+        {{0, 0}, {300, 50}, -20, 1.0 / 8, {212.5, 137.5}},
+        // Dragged to the top-left corner, which stays at the view's corner when zooming out.
+        {{1000, 1000}, {390, 290}, -1, 2.0 / 3, {260, 580.0 / 3}},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.notches);
+        view.fitToWindow();
+        view.showActualSize();
+        drag(c.dragBy);
+        const QPointF held = view.widgetToPicture(c.cursor);
+        wheel(c.cursor, c.notches);
+        EXPECT_NEAR(view.zoomFactor(), c.factor, 1e-9);
+        expectNear(view.pictureToWidget(held), c.heldPointLandsAt);
+    }
+}
+
+TEST_F(ImageViewTest, ShowsThePictureAndTheCompareOneWhereTheMappingSays) {
+    view.setCompareImage(gradient({800, 600}, true));
+    wheel({120, 90}, 3);
+    drag({-40, 25});
+    for (bool comparing : {false, true}) {
+        view.setComparing(comparing);
+        const QImage shot = view.grab().toImage();
+        for (QPoint at : {QPoint(3, 4), QPoint(200, 150), QPoint(396, 280)}) {
+            const QPointF pixel = view.widgetToPicture(at + QPointF(0.5, 0.5));
+            const QRgb colour = shot.pixel(at);
+            EXPECT_NEAR(comparing ? qBlue(colour) : qRed(colour), 255 * int(pixel.x()) / 799, 1);
+            EXPECT_NEAR(qGreen(colour), 255 * int(pixel.y()) / 599, 1);
+            EXPECT_EQ(comparing ? qRed(colour) : qBlue(colour), 0);
+        }
+    }
+}
+
+TEST_F(ImageViewTest, ANewPictureKeepsTheZoomAndTheDetail) {
+    for (QSize next : {QSize(800, 600), QSize(1600, 1200), QSize(600, 900)}) {
+        view.fitToWindow();
+        view.setImage(gradient({800, 600}));
+        wheel({100, 100}, 4);
+        drag({-30, 20});
+        const QPointF detail = relative(view.widgetToPicture({200, 150}), {800, 600});
+        view.setImage(gradient(next));
+        EXPECT_NEAR(view.zoomFactor(), 2.0, 1e-9);
+        expectNear(relative(view.widgetToPicture({200, 150}), next), detail);
+    }
+    view.fitToWindow();
+    view.setImage(gradient({1200, 300}));
+    EXPECT_TRUE(view.isFitting());
+    EXPECT_NEAR(view.zoomFactor(), 1.0 / 3, 1e-9);
+}
+
+TEST_F(ImageViewTest, KeysAndDoubleClickSwitchBetweenStepsAndFit) {
+    double signalled = 0;
+    QObject::connect(&view, &ImageView::zoomChanged, [&](double f, bool) { signalled = f; });
+    const std::pair<Qt::Key, double> steps[] = {{Qt::Key_Plus, 2.0 / 3},
+                                                {Qt::Key_Equal, 1.0},
+                                                {Qt::Key_Minus, 2.0 / 3},
+                                                {Qt::Key_1, 1.0},
+                                                {Qt::Key_0, 0.5}};
+    for (auto [key, factor] : steps) {
+        QTest::keyClick(&view, key);
+        EXPECT_NEAR(view.zoomFactor(), factor, 1e-9);
+        EXPECT_NEAR(signalled, factor, 1e-9);
+    }
+    EXPECT_TRUE(view.isFitting());
+    const QPointF held = view.widgetToPicture({100, 80});
+    QTest::mouseDClick(&view, Qt::LeftButton, {}, {100, 80});
+    EXPECT_NEAR(view.zoomFactor(), 1.0, 1e-9);
+    expectNear(view.pictureToWidget(held), {100, 80});
+    QTest::mouseDClick(&view, Qt::LeftButton, {}, {100, 80});
+    EXPECT_TRUE(view.isFitting());
+    view.resize(200, 300);
+    EXPECT_NEAR(signalled, 0.25, 1e-9);
+}
+
+} // namespace
