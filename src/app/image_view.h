@@ -64,7 +64,7 @@ class ImageView : public QWidget {
     void keyPressEvent(QKeyEvent* event) override;
 
   private:
-    /// A copy of a picture in the screen's format, made once rather than on every paint.
+    /// A copy of a picture in the screen's format, made once rather than on every reduced paint.
     struct PixmapCache {
         qint64 key = 0;
         QPixmap pixmap;
