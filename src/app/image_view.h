@@ -1,29 +1,109 @@
 #pragma once
 
 #include <QImage>
+#include <QPixmap>
 #include <QWidget>
 
 namespace clarovi::app {
 
-/// Shows one picture scaled to fit, keeping its aspect ratio, up or down, on a background of its
-/// own; optionally mirrored left to right.
+/// Shows one picture on a background of its own. By default it is scaled to fit, keeping its
+/// aspect ratio, up or down, optionally mirrored left to right, and ignores mouse and keys.
+/// Made zoomable, it also shows the picture at fixed zoom steps from 1/8x to 8x, zoomed with the
+/// wheel, the keys + - 0 1 or the slots, panned by dragging; and it can show a second picture
+/// (the one before restoration) in the same place for comparison.
 class ImageView : public QWidget {
     Q_OBJECT
   public:
     explicit ImageView(QWidget* parent = nullptr);
 
+    /// Keeps the zoom and the detail at the centre of the view (relative to the picture's size),
+    /// so that a new restoration of the same picture shows the same place.
     void setImage(const QImage& image);
     const QImage& image() const { return m_image; }
+    void setCompareImage(const QImage& image);
+    const QImage& compareImage() const { return m_compareImage; }
+    /// While on, the compare image is shown instead of the image, at the same zoom and place.
+    void setComparing(bool comparing);
+    bool comparing() const { return m_comparing; }
+
     void setMirrored(bool mirrored);
     void setBackground(const QColor& colour);
+    /// Shown while there is no picture.
+    void setPlaceholderText(const QString& text);
+    const QString& placeholderText() const { return m_placeholder; }
+
+    /// Off by default: fitted only, no interaction. Turning it off returns to fit.
+    void setZoomable(bool zoomable);
+    bool isZoomable() const { return m_zoomable; }
+
+    /// Widget (device-independent) pixels per picture pixel, also while fitting.
+    double zoomFactor() const;
+    bool isFitting() const { return m_fitting; }
+    /// Maps between widget coordinates and pixel coordinates of the picture shown.
+    QPointF widgetToPicture(QPointF point) const;
+    QPointF pictureToWidget(QPointF point) const;
+
+  public slots:
+    void zoomIn();
+    void zoomOut();
+    void fitToWindow();
+    void showActualSize();
+
+  signals:
+    void zoomChanged(double factor, bool fitting);
+    void comparingChanged(bool comparing);
 
   protected:
     void paintEvent(QPaintEvent* event) override;
+    void resizeEvent(QResizeEvent* event) override;
+    void wheelEvent(QWheelEvent* event) override;
+    void mousePressEvent(QMouseEvent* event) override;
+    void mouseMoveEvent(QMouseEvent* event) override;
+    void mouseReleaseEvent(QMouseEvent* event) override;
+    void mouseDoubleClickEvent(QMouseEvent* event) override;
+    void keyPressEvent(QKeyEvent* event) override;
 
   private:
+    /// A copy of a picture in the screen's format, made once rather than on every reduced paint.
+    struct PixmapCache {
+        qint64 key = 0;
+        QPixmap pixmap;
+        const QPixmap& of(const QImage& image);
+    };
+
+    const QImage& shownImage() const;
+    QSizeF shownSize() const { return QSizeF(shownImage().size()); }
+    double fitFactor() const;
+    QPointF centreInPicture() const;
+    QPointF clampedCentre(QPointF centreInPixels, double factor) const;
+    QPointF unmirrored(QPointF point) const;
+    bool pannable() const;
+
+    void zoomAbout(double factor, QPointF widgetPoint);
+    void showFitted();
+    QPointF keyboardAnchor() const;
+    void viewChanged();
+    void drawPlaceholder(QPainter& painter);
+
     QImage m_image;
+    QImage m_compareImage;
+    PixmapCache m_imagePixmap;
+    PixmapCache m_comparePixmap;
     QColor m_background;
+    QString m_placeholder;
     bool m_mirrored = false;
+    bool m_comparing = false;
+    bool m_zoomable = false;
+    bool m_fitting = true;
+    double m_factor = 1.0;
+    /// The picture point at the view's centre, as a fraction of the picture's size.
+    QPointF m_centre{0.5, 0.5};
+    int m_wheelRemainder = 0;
+    bool m_dragging = false;
+    QPointF m_dragStart;
+    QPointF m_centreAtDragStart;
+    double m_notifiedFactor = 0.0;
+    bool m_notifiedFitting = true;
 };
 
 } // namespace clarovi::app
