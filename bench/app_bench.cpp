@@ -46,11 +46,11 @@ struct OpenWindow {
 
 void dragSteps(benchmark::State& state, bool motion) {
     OpenWindow open(motion);
-    auto* length = open.window->findChild<clarovi::app::FloatSlider*>("psfCountD");
+    auto* length = open.window->findChild<clarovi::app::SliderField*>("psfCountD");
     int step = 0;
     for (auto _ : state) {
         length->setFloatValue(float(10 + step++ % 40));
-        open.window->LengthNew(false);
+        open.window->sequences().LengthNew(false);
     }
 }
 
@@ -63,6 +63,25 @@ void BM_DragStepMotion(benchmark::State& state) {
     dragSteps(state, true);
 }
 BENCHMARK(BM_DragStepMotion)->Unit(benchmark::kMillisecond)->UseRealTime();
+
+// A slider release's restoration end to end, with the view at 200 %: the job, the result shown,
+// the view painted.
+void BM_ReleaseRestorationZoomed(benchmark::State& state) {
+    OpenWindow open(false);
+    MainWindow& window = *open.window;
+    window.view()->showActualSize();
+    window.view()->zoomIn();
+    window.view()->zoomIn();
+    for (auto _ : state) {
+        window.state().activeImage = window.state().sourceImage;
+        window.state().autoSilent = false;
+        window.restorationJobs().auxTrueNoMultithread();
+        window.view()->repaint();
+        QApplication::processEvents();
+    }
+    state.counters["zoom"] = window.view()->zoomFactor();
+}
+BENCHMARK(BM_ReleaseRestorationZoomed)->Unit(benchmark::kMillisecond)->UseRealTime();
 
 void BM_DeconvolveTile256(benchmark::State& state) {
     cv::Mat tile(256, 256, CV_8U);

@@ -52,6 +52,7 @@ class MainWindow : public QMainWindow, public jobs::WindowPort, public autosearc
 
     jobs::ControllerState& state() { return m_state; }
     jobs::RestorationJobs& restorationJobs() { return m_jobs; }
+    jobs::ControlSequences& sequences() { return m_sequences; }
     HowToViewC* helpWindow() const { return m_helpController.get(); }
     AutoViewController* gallery() const { return m_loadingController.get(); }
     autosearch::AutoRun& autoRun() { return m_autoRun; }

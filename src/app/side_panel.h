@@ -7,6 +7,7 @@
 
 class QLabel;
 class QPushButton;
+class QVBoxLayout;
 
 namespace clarovi::app {
 
@@ -47,7 +48,7 @@ class SidePanel : public QWidget {
     QPushButton* compareBtn;
 
   private:
-    void addViews(class QVBoxLayout* column);
+    void addViews(QVBoxLayout* column);
     void addSettings(QVBoxLayout* column);
     void addButtons(QVBoxLayout* column);
     QPushButton* addButton(const QString& text, const char* name, const QString& tip);

@@ -3,6 +3,7 @@
 #include "common/file_size_limit.h"
 #include "gui_helpers.h"
 
+#include <QDoubleSpinBox>
 #include <QElapsedTimer>
 #include <QFile>
 #include <QMimeData>
@@ -42,6 +43,9 @@ void drop(QWidget* target, const QStringList& files) {
     for (const QString& file : files)
         urls << QUrl::fromLocalFile(file);
     data->setUrls(urls);
+    // A drop goes to the widget that accepted the drag's entry.
+    QDragEnterEvent enter(QPoint(200, 200), Qt::CopyAction, data, Qt::LeftButton, Qt::NoModifier);
+    QApplication::sendEvent(target, &enter);
     QDropEvent event(QPointF(200, 200), Qt::CopyAction, data, Qt::LeftButton, Qt::NoModifier);
     QApplication::sendEvent(target, &event);
     delete data;
