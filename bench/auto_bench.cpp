@@ -33,7 +33,7 @@ SearchInput sampleInput(bool keepAspect, bool motion) {
 // Arguments: the length (1, 23, 48 or 73 start the four border stages) and keepAspect.
 void BM_ComputateAuto(benchmark::State& state) {
     AutoSearch search(sampleInput(state.range(1) != 0, false));
-    search.autoLength = int(state.range(0));
+    search.counters.length = int(state.range(0));
     for (auto _ : state)
         benchmark::DoNotOptimize(search.ComputateAuto());
 }
@@ -64,8 +64,7 @@ BENCHMARK(BM_Deconvolve)
 void wholeSearch(benchmark::State& state, bool motion) {
     for (auto _ : state) {
         AutoSearch search(sampleInput(true, motion));
-        std::atomic<bool> cancel{false};
-        search.run([](const ProgressUpdate&) {}, cancel);
+        search.run([](const ProgressUpdate&) {});
         benchmark::DoNotOptimize(search.results.size());
     }
     rusage usage{};

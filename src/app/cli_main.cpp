@@ -101,13 +101,10 @@ QString writeSearch(const std::vector<autosearch::AutoResult>& results, const QS
 // the overlay shows it, every result written out. Picking one is the window's business.
 int runSearch(const app::CliOptions& options, jobs::ControllerState& state) {
     autosearch::AutoSearch search(autosearch::snapshotOf(state));
-    const std::atomic<bool> cancel{false};
-    search.run(
-        [](const autosearch::ProgressUpdate& update) {
-            std::fprintf(stderr, "%3.0f%%  Remaining time: %.0f\n", 100.0 * update.fraction,
-                         update.remaining);
-        },
-        cancel);
+    search.run([](const autosearch::ProgressUpdate& update) {
+        std::fprintf(stderr, "%3.0f%%  Remaining time: %.0f\n", 100.0 * update.fraction,
+                     update.remaining);
+    });
     const QString error = writeSearch(search.results, options.autoDir);
     if (!error.isEmpty()) {
         printError(error);

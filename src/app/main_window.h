@@ -97,6 +97,10 @@ class MainWindow : public QMainWindow, public jobs::WindowPort, public autosearc
     void showProgressText(const QString& text) override;
     void showCv() override;
     void AppearActions() override;
+    void showSearchFailure(const QString& why) override {
+        showOverlay(false);
+        reportError(why);
+    }
 
     void auxUnlock();
 

@@ -3,79 +3,90 @@
 #include "engine/log.h"
 #include "engine/memory_policy.h"
 
-#include <QMetaObject>
+#include <QPromise>
+#include <QtConcurrent/QtConcurrentRun>
 
 namespace clarovi::autosearch {
 
 namespace {
+
 constexpr int kPickPollOutOfFocus = 5000; // milliseconds
 constexpr int kPickPollMotion = 2000;
+
+// Runs the whole search on a pool thread; what it throws becomes the run's failure.
+void searchWorker(QPromise<ProgressUpdate>& promise, AutoSearch* search, QString* failure) {
+    try {
+        search->run([&](const ProgressUpdate& update) { promise.addResult(update); },
+                    [&] { return promise.isCanceled(); });
+    } catch (const std::exception& error) {
+        *failure = QStringLiteral("The automatic search failed: %1")
+                       .arg(QString::fromLocal8Bit(error.what()));
+    } catch (...) {
+        *failure = QStringLiteral("The automatic search failed.");
+    }
+}
+
 } // namespace
 
-AutoRun::AutoRun(jobs::ControllerState& state, AutoWindowPort& window)
-    : m_state(state), m_window(window) {
+AutoRun::AutoRun(jobs::ControllerState& state, AutoWindowPort& window, Restoration restoration)
+    : m_state(state), m_window(window), m_restoration(std::move(restoration)) {
     connect(&m_pickTimer, &QTimer::timeout, this, &AutoRun::unWrap);
+    connect(&m_watcher, &QFutureWatcher<ProgressUpdate>::resultReadyAt, this, &AutoRun::showUpdate);
+    connect(&m_watcher, &QFutureWatcher<ProgressUpdate>::finished, this, &AutoRun::onFinished);
 }
 
 AutoRun::~AutoRun() {
-    m_cancel = true;
-    joinWorker();
-}
-
-void AutoRun::joinWorker() {
-    if (m_worker.joinable())
-        m_worker.join();
+    // The worker uses m_search and m_failure until it has finished.
+    m_watcher.cancel();
+    m_watcher.waitForFinished();
 }
 
 void AutoRun::MainWrapper() {
     if (searching())
         return;
     m_window.showOverlay(true);
-    m_cancel = false;
-    m_before = {m_state.activeImage, m_state.autoSilent, m_state.currentAngle,
-                m_state.currentWidth};
-
-    m_search = std::make_unique<AutoSearch>(snapshotOf(m_state));
-    if (m_testStep)
-        m_search->setStep(m_testStep);
-
-    m_worker = std::thread([this, search = m_search.get()] {
-        // Updates travel by value to the main thread; the search touches nothing else shared.
-        auto post = [this](const ProgressUpdate& update) {
-            QMetaObject::invokeMethod(
-                this, [this, update] { onUpdate(update); }, Qt::QueuedConnection);
-        };
-        try {
-            search->run(post, m_cancel);
-        } catch (const std::exception& error) {
-            qCWarning(lcClarovi) << "auto search failed:" << error.what();
-            m_cancel = true;
-        }
-        if (m_cancel.load())
-            QMetaObject::invokeMethod(
-                this, [this] { finishCancelled(); }, Qt::QueuedConnection);
-    });
+    m_cancelRequested = false;
+    m_failure.clear();
+    SearchInput input = snapshotOf(m_state);
+    m_before = input.shown;
+    m_search = std::make_unique<AutoSearch>(std::move(input), m_restoration);
+    m_watcher.setFuture(QtConcurrent::run(searchWorker, m_search.get(), &m_failure));
 }
 
-void AutoRun::onUpdate(const ProgressUpdate& update) {
-    if (m_cancel.load()) {
-        // Cancelled after the search had already posted its last step: end it here.
-        if (update.last)
-            finishCancelled();
+void AutoRun::showUpdate(int index) {
+    if (m_cancelRequested)
         return;
-    }
+    const ProgressUpdate update = m_watcher.resultAt(index);
     m_window.showProgressText(QString::asprintf("Remaining time: %.0f", update.remaining));
     m_window.showProgress(double(update.fraction));
     if (update.kind == SearchKind::OutOfFocus)
         logLine("PROGRESS %f", double(update.fraction));
     emit updated(update);
-    if (update.last)
-        completionStep(update.kind);
 }
 
-void AutoRun::completionStep(SearchKind kind) {
-    joinWorker();
-    applyOutcome();
+void AutoRun::onFinished() {
+    if (!searching())
+        return;
+    if (m_cancelRequested) {
+        endWithoutResults();
+        emit cancelled();
+    } else if (!m_failure.isEmpty()) {
+        endWithoutResults();
+        m_window.showSearchFailure(m_failure);
+        emit failed(m_failure);
+    } else {
+        complete();
+    }
+}
+
+// What the search leaves in the controller state reaches it here, on the main thread, once the
+// search has ended.
+void AutoRun::complete() {
+    const SearchKind kind = m_search->kind();
+    Data::getInstance().arrayOfData = std::move(m_search->results);
+    m_search->shown.applyTo(m_state);
+    m_state.autoCounters = m_search->counters;
+    m_search.reset();
     autoRequested = false;
     m_window.showProgressText(QStringLiteral("Waiting for selection..."));
     m_window.showCv();
@@ -83,45 +94,22 @@ void AutoRun::completionStep(SearchKind kind) {
     emit completed();
 }
 
-// What the search leaves in the controller state reaches it here, on the main thread, once the
-// search has ended.
-void AutoRun::applyOutcome() {
-    AutoSearch& search = *m_search;
-    Data::getInstance().arrayOfData = std::move(search.results);
-    m_state.activeImage = search.activeImage;
-    m_state.autoSilent = search.autoSilent;
-    m_state.currentAngle = search.currentAngle;
-    m_state.currentWidth = search.currentWidth;
-    m_state.autoLength = search.autoLength;
-    m_state.autoLengthEnd = search.autoLengthEnd;
-    m_state.autoAngleIndex = search.autoAngleIndex;
-    m_state.autoLabelLength = search.autoLabelLength;
-    m_state.autoSize = search.autoSize;
-    m_state.autoProgress = search.autoProgress;
-    m_search.reset();
-}
-
-void AutoRun::cancel() {
-    if (searching())
-        m_cancel = true;
-}
-
-void AutoRun::finishCancelled() {
-    if (!m_search)
-        return; // already ended
-    joinWorker();
+void AutoRun::endWithoutResults() {
     m_search.reset();
     engine::giveBackFreedMemory();
     m_window.showOverlay(false);
-    emit cancelled();
+}
+
+void AutoRun::cancel() {
+    if (!searching())
+        return;
+    m_cancelRequested = true;
+    m_watcher.cancel();
 }
 
 void AutoRun::keepCurrentSettings() {
     m_pickTimer.stop();
-    m_state.activeImage = m_before.activeImage;
-    m_state.autoSilent = m_before.autoSilent;
-    m_state.currentAngle = m_before.currentAngle;
-    m_state.currentWidth = m_before.currentWidth;
+    m_before.applyTo(m_state);
     m_window.showOverlay(false);
 }
 

@@ -3,17 +3,16 @@
 #include "auto_search.h"
 #include "jobs/controller_state.h"
 
+#include <QFutureWatcher>
 #include <QObject>
 #include <QTimer>
 
-#include <atomic>
 #include <memory>
-#include <thread>
 
 namespace clarovi::autosearch {
 
 /// What an auto run needs of the main window: its overlay with the progress bar and label, the
-/// gallery, and the step that applies a pick.
+/// gallery, the step that applies a pick, and a word to the user when the search fails.
 class AutoWindowPort {
   public:
     virtual ~AutoWindowPort() = default;
@@ -23,15 +22,22 @@ class AutoWindowPort {
     /// Opens a fresh gallery on Data's results.
     virtual void showCv() = 0;
     virtual void AppearActions() = 0;
+    /// Tells the user why the search ended without results; the overlay is already hidden.
+    virtual void showSearchFailure(const QString& why) = 0;
 };
 
-/// One auto run at a time: the search on a worker thread behind the overlay, a progress update
+/// One auto run at a time: the search on a pool thread behind the overlay, a progress update
 /// on the main thread after every step, the gallery when done, and a timer that applies the pick.
 class AutoRun : public QObject {
     Q_OBJECT
   public:
-    AutoRun(jobs::ControllerState& state, AutoWindowPort& window);
+    /// restoration replaces the real restoration of every setting of the grid when given.
+    AutoRun(jobs::ControllerState& state, AutoWindowPort& window, Restoration restoration = {});
+    /// Cancels a search under way and waits for it.
     ~AutoRun() override;
+
+    /// The restoration of the next runs; an empty one is the real restoration.
+    void setRestoration(Restoration restoration) { m_restoration = std::move(restoration); }
 
     /// Shows the overlay and starts the search on its own snapshot of the state.
     void MainWrapper();
@@ -49,10 +55,8 @@ class AutoRun : public QObject {
     /// to the system.
     void releaseResults();
 
-    bool searching() const { return m_worker.joinable(); }
+    bool searching() const { return m_search != nullptr; }
     const QTimer& pickTimer() const { return m_pickTimer; }
-    /// Replaces the restoration of one step, for tests of the run itself.
-    void setStepForTests(AutoSearch::Step step) { m_testStep = std::move(step); }
 
     bool autoRequested = false;
 
@@ -60,28 +64,24 @@ class AutoRun : public QObject {
     void updated(const clarovi::autosearch::ProgressUpdate& update);
     void completed();
     void cancelled();
+    /// The search threw: its results are dropped and the state stays as it was before the run.
+    void failed(const QString& why);
 
   private:
-    void onUpdate(const ProgressUpdate& update);
-    void completionStep(SearchKind kind);
-    void finishCancelled();
-    void applyOutcome();
-    void joinWorker();
+    void showUpdate(int index);
+    void onFinished();
+    void complete();
+    void endWithoutResults();
 
     jobs::ControllerState& m_state;
     AutoWindowPort& m_window;
-    std::unique_ptr<AutoSearch> m_search;
-    std::thread m_worker;
-    std::atomic<bool> m_cancel{false};
+    Restoration m_restoration;
+    std::unique_ptr<AutoSearch> m_search; ///< the run's search; the worker's until it finishes
+    QFutureWatcher<ProgressUpdate> m_watcher;
+    bool m_cancelRequested = false;
+    QString m_failure; ///< written by the worker only, read once it has finished
     QTimer m_pickTimer;
-    /// What the window's controls stood for before the run.
-    struct Settings {
-        QImage activeImage;
-        bool autoSilent = false;
-        double currentAngle = 0;
-        double currentWidth = 0;
-    } m_before;
-    AutoSearch::Step m_testStep;
+    ShownSettings m_before; ///< what the window's controls stood for before the run
 };
 
 } // namespace clarovi::autosearch

@@ -7,12 +7,13 @@
 #include "engine/psf.h"
 
 #include <QElapsedTimer>
+#include <QException>
 #include <QThread>
-#include <QThreadPool>
 #include <QtConcurrent/QtConcurrentMap>
 #include <opencv2/imgproc.hpp>
 
 #include <algorithm>
+#include <exception>
 
 namespace clarovi::autosearch {
 
@@ -21,72 +22,82 @@ namespace {
 constexpr double kAutoSize = 512.0;
 constexpr double kAutoMu = 0.0035;
 constexpr double kLabelFactor = 0.6190476190476191; // 13 / 21
+constexpr int kMotionLengthEnd = 91;
+constexpr int kMotionLengthStride = 4;
+constexpr double kMotionWidth = 0.2;
 
 // Keeps about the central three quarters of each side, as the thumbnail zooms on the centre.
 cv::Mat centralPart(const cv::Mat& r) {
-    return r(cv::Rect(r.rows / 8, r.cols / 8, r.rows - r.rows / 4, r.cols - r.cols / 4));
+    return r(cv::Rect(r.cols / 8, r.rows / 8, r.cols - r.cols / 4, r.rows - r.rows / 4));
+}
+
+int labelFor(int length) {
+    return std::max(1, int(length * kLabelFactor));
 }
 
 } // namespace
 
-SearchInput snapshotOf(const jobs::ControllerState& state) {
-    SearchInput input;
-    input.previewSourceImage = state.previewSourceImage;
-    input.keepAspect = state.keepAspect;
-    input.motionBlur = state.motionBlur;
-    input.workingSide = state.workingSide;
-    input.displayWidth = state.displayWidth;
-    input.displayHeight = state.displayHeight;
-    input.currentAngle = state.currentAngle;
-    input.currentWidth = state.currentWidth;
-    input.autoLengthEnd = state.autoLengthEnd;
-    input.autoAngleIndex = state.autoAngleIndex;
-    return input;
+ShownSettings ShownSettings::of(const jobs::ControllerState& state) {
+    return {state.activeImage, state.autoSilent, state.currentAngle, state.currentWidth};
 }
 
-AutoSearch::AutoSearch(SearchInput input)
-    : autoLengthEnd(input.autoLengthEnd), autoAngleIndex(input.autoAngleIndex),
-      currentAngle(input.currentAngle), currentWidth(input.currentWidth),
-      m_input(std::move(input)) {
+void ShownSettings::applyTo(jobs::ControllerState& state) const {
+    state.activeImage = activeImage;
+    state.autoSilent = autoSilent;
+    state.currentAngle = currentAngle;
+    state.currentWidth = currentWidth;
+}
+
+SearchInput snapshotOf(const jobs::ControllerState& state) {
+    return {state.previewSourceImage, state.keepAspect,         state.motionBlur,
+            state.workingSide,        state.displayWidth,       state.displayHeight,
+            state.autoAngleCount,     ShownSettings::of(state), state.autoCounters};
+}
+
+AutoSearch::AutoSearch(SearchInput input, Restoration restoration)
+    : counters(input.counters), shown(input.shown), m_input(std::move(input)),
+      m_restore(std::move(restoration)) {
     m_smallCopy = engine::imageWithImage(m_input.previewSourceImage, QSizeF(kAutoSize, kAutoSize));
     m_smallGrey = engine::CVGrayscaleMat(m_smallCopy);
-    m_step = [this] { return thumbnailFor(autoLength, autoAngleIndex); };
+    if (!m_restore)
+        m_restore = [this](int length, int angleIndex) { return thumbnailFor(length, angleIndex); };
+    m_pool.setMaxThreadCount(QThread::idealThreadCount());
 }
 
-int AutoSearch::labelFor(int length) {
-    return std::max(1, int(length * kLabelFactor));
+SearchKind AutoSearch::kind() const {
+    return m_input.motionBlur ? SearchKind::Motion : SearchKind::OutOfFocus;
 }
 
 double AutoSearch::angleOf(int angleIndex) const {
-    return double((360 / autoAngleCount) * angleIndex);
+    return double((360 / m_input.angleCount) * angleIndex);
 }
 
-cv::Mat AutoSearch::addAutoPad(const cv::Mat& src, double unused, int* pad) const {
-    return autoPadded(src, unused, pad, autoLength);
+cv::Mat AutoSearch::addAutoPad(const cv::Mat& src, double, int* pad) const {
+    return autoPadded(src, counters.length, pad);
 }
 
-cv::Mat AutoSearch::autoPadded(const cv::Mat& src, double, int* pad, int length) {
+cv::Mat AutoSearch::autoPadded(const cv::Mat& src, int length, int* pad) {
+    // A border that grows with the length in steps of 25, whatever the sharpness controls say.
     const double multiplier = double((length + 2) / 25) + 3.599901585052413;
     logLine("MULTIPLIER %f", multiplier);
-    const int border = int(multiplier * (src.rows / 18.32));
-    cv::Mat dst;
-    cv::copyMakeBorder(src, dst, border, border, border, border, cv::BORDER_REPLICATE);
-    logLine("FINAL %d", dst.rows);
-    *pad = int(float(dst.cols - src.cols) * (float(src.cols) / float(dst.cols)));
-    return dst;
+    return engine::padByMultiplier(src, multiplier, pad);
+}
+
+cv::Mat AutoSearch::thumbnailCrop(const cv::Mat& restored, int pad) {
+    return centralPart(centralPart(restored(engine::trimWindow(restored.size(), pad))));
 }
 
 void AutoSearch::beginStep() {
-    autoSize = kAutoSize;
-    autoSilent = true;
+    counters.size = kAutoSize;
+    shown.autoSilent = true;
     // The 512 copy of the preview picture is the same at every step: made once per search.
-    activeImage = m_smallCopy;
-    autoLabelLength = labelFor(autoLength);
+    shown.activeImage = m_smallCopy;
+    counters.labelLength = labelFor(counters.length);
 }
 
 QImage AutoSearch::ComputateAuto() {
     beginStep();
-    return m_step();
+    return m_restore(counters.length, counters.angleIndex);
 }
 
 // One step's restoration for a length and an angle index; reads only what stays fixed during a
@@ -94,14 +105,13 @@ QImage AutoSearch::ComputateAuto() {
 QImage AutoSearch::thumbnailFor(int length, int angleIndex) const {
     const double size = kAutoSize;
     const double psfLength = length / double(m_input.workingSide) * size;
-    const int labelLength = labelFor(length);
     int pad = 0;
-    cv::Mat plane = autoPadded(m_smallGrey, 0.1, &pad, length);
+    cv::Mat plane = autoPadded(m_smallGrey, length, &pad);
     const QImage psf = engine::MakePsfD(float(psfLength), angleOf(angleIndex), 0.2, false,
                                         m_input.motionBlur, m_smallCopy.size());
     cv::Mat kernel = engine::CVGrayscaleMat(psf);
     logLine("### A TO VISUALIZE %d - %d - %f - at %d secOp %f", length, m_input.workingSide, size,
-            labelLength, psfLength);
+            labelFor(length), psfLength);
 
     if (m_input.keepAspect) {
         const cv::Size side{int(size), int(size)};
@@ -120,107 +130,83 @@ QImage AutoSearch::thumbnailFor(int length, int angleIndex) const {
         thumbnail, jobs::scaledDisplaySize(m_input.displayWidth, m_input.displayHeight, size));
 }
 
-cv::Mat AutoSearch::thumbnailCrop(const cv::Mat& restored, int pad) {
-    const int h = pad / 2;
-    const cv::Rect trim(h, h + 1, restored.rows - pad, restored.cols - pad);
-    // Clamped: the window reaches one row beyond the plane when pad is below 2.
-    return centralPart(centralPart(restored(trim & cv::Rect(0, 0, restored.cols, restored.rows))));
+// Out of focus: one diameter per step at the window's angle; motion: every length of an angle.
+std::vector<AutoSearch::Step> AutoSearch::plan() const {
+    std::vector<Step> steps;
+    if (kind() == SearchKind::OutOfFocus) {
+        for (int length = 1; length < counters.lengthEnd; ++length)
+            steps.push_back({length, counters.angleIndex, {length}});
+        return steps;
+    }
+    std::vector<int> lengths;
+    for (int length = 1; length < kMotionLengthEnd; length += kMotionLengthStride)
+        lengths.push_back(length);
+    for (int angleIndex = 0; angleIndex < m_input.angleCount; ++angleIndex)
+        steps.push_back({angleIndex, angleIndex, lengths});
+    return steps;
 }
 
-// The lengths of one angle: restored side by side on the cores (each step reads only what
-// stays fixed during the search), then recorded in order exactly as one after another would.
-bool AutoSearch::appendAngle(const std::vector<int>& lengths, const std::atomic<bool>& cancel) {
-    if (m_customStep) {
-        for (const int length : lengths) {
-            autoLength = length;
-            appendStep();
-            if (cancel.load())
-                return false;
-        }
-    } else {
-        QThreadPool pool;
-        pool.setMaxThreadCount(QThread::idealThreadCount());
-        const int angleIndex = autoAngleIndex;
-        const QList<QImage> thumbnails = QtConcurrent::blockingMapped<QList<QImage>>(
-            &pool, lengths,
-            [this, angleIndex](int length) { return thumbnailFor(length, angleIndex); });
-        for (size_t k = 0; k < lengths.size(); ++k) {
-            autoLength = lengths[k];
-            beginStep();
-            record(thumbnails[qsizetype(k)]);
-        }
-        if (cancel.load())
-            return false;
+// The lengths of a step are restored side by side on the cores (each reads only what stays
+// fixed during the search), then recorded in order exactly as one after another would.
+void AutoSearch::restoreStep(const Step& step) {
+    QList<QImage> thumbnails;
+    try {
+        thumbnails = QtConcurrent::blockingMapped<QList<QImage>>(
+            &m_pool, step.lengths, [this, angleIndex = step.angleIndex](int length) {
+                return m_restore(length, angleIndex);
+            });
+    } catch (const QUnhandledException& wrapped) {
+        // The restoration's own exception, not Qt's wrapper, tells what went wrong.
+        if (wrapped.exception())
+            std::rethrow_exception(wrapped.exception());
+        throw;
     }
-    autoLength = lengths.empty() ? 1 : lengths.back() + 4;
-    return true;
+    for (size_t k = 0; k < step.lengths.size(); ++k) {
+        counters.length = step.lengths[k];
+        beginStep();
+        record(thumbnails[qsizetype(k)]);
+    }
+    counters.length =
+        step.lengths.back() + (kind() == SearchKind::Motion ? kMotionLengthStride : 1);
 }
 
 void AutoSearch::record(const QImage& thumbnail) {
     // Kept as 8-bit grey: a motion search keeps 966 of them.
-    results.push_back({thumbnail.convertToFormat(QImage::Format_Grayscale8), autoLabelLength,
-                       float(currentAngle), autoLength});
+    results.push_back({thumbnail.convertToFormat(QImage::Format_Grayscale8), counters.labelLength,
+                       float(shown.currentAngle), counters.length});
 }
 
-void AutoSearch::appendStep() {
-    record(ComputateAuto());
-}
-
-bool AutoSearch::run(const std::function<void(const ProgressUpdate&)>& post,
-                     const std::atomic<bool>& cancel) {
+bool AutoSearch::run(const Post& post, const std::function<bool()>& cancelled) {
     results.clear();
-    return m_input.motionBlur ? runMotion(post, cancel) : runOutOfFocus(post, cancel);
-}
-
-bool AutoSearch::runOutOfFocus(const std::function<void(const ProgressUpdate&)>& post,
-                               const std::atomic<bool>& cancel) {
+    const SearchKind searchKind = kind();
+    if (searchKind == SearchKind::Motion)
+        counters.lengthEnd = kMotionLengthEnd;
+    counters.length = 1;
+    const std::vector<Step> steps = plan();
+    const int count = int(steps.size());
     QElapsedTimer clock;
     clock.start();
     double firstStep = 0;
-    autoLength = 1;
-    if (autoLengthEnd < 2)
-        return true;
-    do {
-        appendStep();
-        if (autoLength == 1)
+    for (int k = 0; k < count; ++k) {
+        const Step& step = steps[size_t(k)];
+        counters.angleIndex = step.angleIndex;
+        if (searchKind == SearchKind::Motion) {
+            shown.currentAngle = angleOf(step.angleIndex);
+            shown.currentWidth = kMotionWidth;
+        }
+        restoreStep(step);
+        if (k == 0)
             firstStep = clock.nsecsElapsed() / 1e9;
-        autoProgress = float(autoLength * (1.0 / (autoLengthEnd - 1)));
+        counters.progress = float(step.reported * (1.0 / count));
         // The first step's duration for every step left: counted rather than subtracted step by
         // step, so that the last step shows exactly 0.
-        post({autoLength, autoLength + 1 >= autoLengthEnd,
-              (autoLengthEnd - 1 - autoLength) * firstStep, autoProgress, SearchKind::OutOfFocus});
-        ++autoLength;
-        if (cancel.load())
+        post({step.reported, k + 1 == count, (count - 1 - k) * firstStep, counters.progress,
+              searchKind});
+        if (cancelled && cancelled())
             return false;
-    } while (autoLength < autoLengthEnd);
-    return true;
-}
-
-bool AutoSearch::runMotion(const std::function<void(const ProgressUpdate&)>& post,
-                           const std::atomic<bool>& cancel) {
-    QElapsedTimer clock;
-    clock.start();
-    double firstAngle = 0;
-    autoLengthEnd = 91;
-    autoAngleIndex = 0;
-    if (autoAngleCount < 1)
-        return true;
-    for (; autoAngleIndex < autoAngleCount; ++autoAngleIndex) {
-        currentAngle = angleOf(autoAngleIndex);
-        autoProgress = float(autoAngleIndex * (1.0 / autoAngleCount));
-        currentWidth = 0.2;
-        std::vector<int> lengths;
-        if (autoLengthEnd >= 2)
-            for (int length = 1; length < autoLengthEnd; length += 4)
-                lengths.push_back(length);
-        if (!appendAngle(lengths, cancel))
-            return false;
-        if (autoAngleIndex == 0)
-            firstAngle = clock.nsecsElapsed() / 1e9;
-        post({autoAngleIndex, autoAngleIndex + 1 >= autoAngleCount,
-              (autoAngleCount - 1 - autoAngleIndex) * firstAngle, autoProgress,
-              SearchKind::Motion});
     }
+    if (searchKind == SearchKind::Motion)
+        counters.angleIndex = m_input.angleCount; // as after the last angle
     return true;
 }
 

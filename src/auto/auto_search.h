@@ -4,15 +4,27 @@
 #include "jobs/controller_state.h"
 
 #include <QImage>
+#include <QThreadPool>
 #include <opencv2/core.hpp>
 
-#include <atomic>
 #include <functional>
 #include <vector>
 
 namespace clarovi::autosearch {
 
 enum class SearchKind { OutOfFocus, Motion };
+
+/// The part of the controller state that the window's controls stand for and that a search
+/// changes: what a completed search leaves there, and what keeping the current settings puts back.
+struct ShownSettings {
+    QImage activeImage;
+    bool autoSilent = false;
+    double currentAngle = 0;
+    double currentWidth = 0;
+
+    static ShownSettings of(const jobs::ControllerState& state);
+    void applyTo(jobs::ControllerState& state) const;
+};
 
 /// What the search reads of the controller state, copied on the main thread when a run starts.
 struct SearchInput {
@@ -22,10 +34,9 @@ struct SearchInput {
     int workingSide = 2048;
     double displayWidth = 0;
     double displayHeight = 0;
-    double currentAngle = 0;
-    double currentWidth = 0;
-    int autoLengthEnd = 42;
-    int autoAngleIndex = 0;
+    int angleCount = 42; ///< angles of a motion search
+    ShownSettings shown;
+    jobs::AutoCounters counters;
 };
 
 /// The search's copy of the state it reads.
@@ -40,74 +51,66 @@ struct ProgressUpdate {
     SearchKind kind = SearchKind::OutOfFocus;
 };
 
+/// The thumbnail of one setting of the grid: a length at an angle index. Called from several
+/// threads at once.
+using Restoration = std::function<QImage(int length, int angleIndex)>;
+
 /// The restorations of the auto mode: one small copy of the picture restored for every setting
 /// of a fixed grid (disk diameters 1 to 41, or 90 after a motion search; 42 angles x 23 lengths
 /// for motion blur), each with a fixed sharpness of 0.0035 at 512 x 512. Runs on a worker
-/// thread on its own copy of the state; the counters it leaves behind go back to the controller
-/// state on the main thread when the run completes.
+/// thread on its own copy of the state; what it leaves behind goes back to the controller state
+/// on the main thread when the run completes.
 class AutoSearch {
   public:
-    explicit AutoSearch(SearchInput input);
+    /// restoration replaces the deconvolution of the small copy when given.
+    explicit AutoSearch(SearchInput input, Restoration restoration = {});
+    AutoSearch(const AutoSearch&) = delete;
+    AutoSearch& operator=(const AutoSearch&) = delete;
 
-    /// One auto restoration for the current autoLength, autoAngleIndex and mode.
+    SearchKind kind() const;
+
+    /// One auto restoration for the current counters.length and angleIndex, counters and shown
+    /// settings updated as a step of the search updates them.
     QImage ComputateAuto();
 
     /// Grows src by a replicated border of trunc(multiplier * rows / 18.32) pixels, the
-    /// multiplier 3.599901585052413 plus 1 for every 25 of (autoLength + 2); pad receives the
-    /// border that remains once the padded plane is scaled back to src's width.
+    /// multiplier 3.599901585052413 plus 1 for every 25 of (counters.length + 2); pad receives
+    /// the border that remains once the padded plane is scaled back to src's width.
     cv::Mat addAutoPad(const cv::Mat& src, double unused, int* pad) const;
 
-    /// The thumbnail's part of a restored plane: the border cut off (the window one row lower
-    /// than it is to the right), then twice the central three quarters of each side.
+    /// The thumbnail's part of a restored square plane: the trim window of the padding, then
+    /// twice the central three quarters of each side.
     static cv::Mat thumbnailCrop(const cv::Mat& restored, int pad);
 
-    using Step = std::function<QImage()>;
-    /// Replaces the restoration of one step (what ComputateAuto does after setting the counters
-    /// and the label), for tests of the grid and the progress.
-    void setStep(Step step) {
-        m_step = std::move(step);
-        m_customStep = true;
-    }
-
+    using Post = std::function<void(const ProgressUpdate&)>;
     /// Runs the whole grid, calling post after every step. Stops after the step under way once
-    /// cancel is set. Returns false when cancelled.
-    bool run(const std::function<void(const ProgressUpdate&)>& post,
-             const std::atomic<bool>& cancel);
+    /// cancelled returns true. Returns false when cancelled. Throws what a restoration throws.
+    bool run(const Post& post, const std::function<bool()>& cancelled = {});
 
     std::vector<AutoResult> results;
-
-    // The counters and the state the search leaves behind.
-    int autoLength = 0;
-    int autoLengthEnd = 42;
-    int autoAngleIndex = 0;
-    int autoAngleCount = 42;
-    int autoLabelLength = 0;
-    double autoSize = 0;
-    float autoProgress = 0;
-    double currentAngle = 0;
-    double currentWidth = 0;
-    bool autoSilent = false;
-    QImage activeImage;
+    jobs::AutoCounters counters;
+    ShownSettings shown;
 
   private:
-    bool runOutOfFocus(const std::function<void(const ProgressUpdate&)>& post,
-                       const std::atomic<bool>& cancel);
-    bool runMotion(const std::function<void(const ProgressUpdate&)>& post,
-                   const std::atomic<bool>& cancel);
+    /// What one progress update covers: lengths restored side by side at one angle.
+    struct Step {
+        int reported; ///< ProgressUpdate::step
+        int angleIndex;
+        std::vector<int> lengths;
+    };
+    std::vector<Step> plan() const;
+    void restoreStep(const Step& step);
     void beginStep();
     void record(const QImage& thumbnail);
-    void appendStep();
-    bool appendAngle(const std::vector<int>& lengths, const std::atomic<bool>& cancel);
     QImage thumbnailFor(int length, int angleIndex) const;
-    static cv::Mat autoPadded(const cv::Mat& src, double unused, int* pad, int length);
-    static int labelFor(int length);
+    static cv::Mat autoPadded(const cv::Mat& src, int length, int* pad);
     double angleOf(int angleIndex) const;
 
     SearchInput m_input;
     QImage m_smallCopy; ///< previewSourceImage at 512 x 512: the same for every step
     cv::Mat m_smallGrey;
-    Step m_step;
-    bool m_customStep = false;
+    Restoration m_restore;
+    QThreadPool m_pool; ///< restores the lengths of a step side by side, for the whole search
 };
 
 } // namespace clarovi::autosearch

@@ -1,29 +1,10 @@
 #include "log_magnitude.h"
 
+#include "frequency.h"
+
 #include <opencv2/core.hpp>
 
 namespace clarovi::engine {
-
-namespace {
-
-// Exchanges the block at (0, 0) with the one at (cx, cy) and the one at (cx, 0) with (0, cy).
-void centreZeroFrequency(cv::Mat& s) {
-    const int cx = s.cols / 2;
-    const int cy = s.rows / 2;
-    cv::Mat q0(s, cv::Rect(0, 0, cx, cy));
-    cv::Mat q1(s, cv::Rect(cx, 0, cx, cy));
-    cv::Mat q2(s, cv::Rect(0, cy, cx, cy));
-    cv::Mat q3(s, cv::Rect(cx, cy, cx, cy));
-    cv::Mat temp;
-    q0.copyTo(temp);
-    q3.copyTo(q0);
-    temp.copyTo(q3);
-    q1.copyTo(temp);
-    q2.copyTo(q1);
-    temp.copyTo(q2);
-}
-
-} // namespace
 
 cv::Mat logMagnitudeSpectrum(const cv::Mat& input) {
     if (input.empty())
@@ -50,7 +31,7 @@ cv::Mat logMagnitudeSpectrum(const cv::Mat& input) {
     s = s(cv::Rect(0, 0, s.cols & -2, s.rows & -2));
     if (s.empty())
         return {};
-    centreZeroFrequency(s);
+    swapQuadrants(s, s); // the zero frequency to the centre
     cv::normalize(s, s, 0, 1, cv::NORM_MINMAX);
 
     cv::Mat result;

@@ -42,11 +42,16 @@ double padMultiplier(const PadParameters& parameters) {
 
 cv::Mat addPad(const cv::Mat& source, double /*unused*/, int* added,
                const PadParameters& parameters) {
+    // An empty source has nothing to pad and logs no multiplier.
+    const double multiplier = source.empty() ? 0.0 : padMultiplier(parameters);
+    return padByMultiplier(source, multiplier, added);
+}
+
+cv::Mat padByMultiplier(const cv::Mat& source, double multiplier, int* added) {
     if (added)
         *added = 0;
     if (source.empty())
         return {};
-    const double multiplier = padMultiplier(parameters);
     const double wanted =
         std::max(0.0, std::trunc(multiplier * (source.rows / kRowsPerMultiplier)));
     if (!(wanted <= kMaxPad))

@@ -25,6 +25,10 @@ double padMultiplier(const PadParameters& parameters);
 /// The second argument is unused (callers pass 0.1).
 cv::Mat addPad(const cv::Mat& source, double unused, int* added, const PadParameters& parameters);
 
+/// addPad with the multiplier given rather than computed from the controls (the auto search has
+/// its own); logs "FINAL %d" but no multiplier.
+cv::Mat padByMultiplier(const cv::Mat& source, double multiplier, int* added);
+
 /// The trim window after restoration of a padded plane of size (rows x cols) with added from
 /// addPad: side (size - added), corner at column added / 2 and row added / 2 + 1, clamped to the
 /// plane when added < 2.

@@ -12,6 +12,16 @@ namespace clarovi::jobs {
 /// pixels high still shows.
 QSizeF scaledDisplaySize(double width, double height, double longerSide);
 
+/// The counters of the auto mode, which a search leaves behind as a whole.
+struct AutoCounters {
+    int length = 0;      ///< pixels at workingSide scale: the last tiled or auto length
+    int lengthEnd = 42;  ///< exclusive bound of the searched lengths; 91 after a motion search
+    int angleIndex = 0;  ///< index of the angle searched last
+    int labelLength = 0; ///< label length of the latest auto restoration
+    double size = 0;     ///< side of the square copy the auto mode restores
+    float progress = 0;  ///< fraction of the latest search done
+};
+
 /// The state that the main window and its restoration jobs share: the picture in its working
 /// forms, the PSF parameters, the last result, the sizes and the flags. Members start as they are
 /// before the window sets itself up (every picture null, workingSide 1024, all else zero);
@@ -52,13 +62,8 @@ struct ControllerState {
     cv::Mat convolutionMat; ///< the PSF of the last spectrum convolution
 
     // The auto mode.
-    int autoLength = 0;      ///< pixels at workingSide scale: the last tiled or auto length
-    int autoLengthEnd = 42;  ///< exclusive bound of the searched lengths; 91 after a motion search
-    int autoAngleIndex = 0;  ///< index of the angle searched last
+    AutoCounters autoCounters;
     int autoAngleCount = 42; ///< angles of a motion search
-    int autoLabelLength = 0; ///< label length of the latest auto restoration
-    double autoSize = 0;     ///< side of the square copy the auto mode restores
-    float autoProgress = 0;  ///< fraction of the latest search done
 
     // Per opened picture.
     bool spectrumDrawn = false; ///< the colour job has stored a spectrum for this picture

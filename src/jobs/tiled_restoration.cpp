@@ -100,7 +100,7 @@ void TiledRestoration::auxTrue() {
 // preview scale.
 void TiledRestoration::drawRunPsf() {
     const int length = int(m_window.psfLength());
-    m_state.autoLength = length;
+    m_state.autoCounters.length = length;
     const float tileLength =
         float(m_state.previewSide) * float(double(length) / double(m_state.workingSide));
     m_state.psfImage =

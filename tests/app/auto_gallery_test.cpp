@@ -14,7 +14,7 @@ using MainWindowTest = clarovi::testing::MainWindowTest;
 
 namespace {
 
-QImage quickThumbnail() {
+QImage quickThumbnail(int = 0, int = 0) {
     QThread::msleep(1);
     QImage thumbnail(512, 341, QImage::Format_Grayscale8);
     thumbnail.fill(90);
@@ -25,7 +25,7 @@ QImage quickThumbnail() {
 
 TEST_F(MainWindowTest, AnAutoRunCoversTheWindowThenOpensTheGallery) {
     openSample();
-    window->autoRun().setStepForTests(quickThumbnail);
+    window->autoRun().setRestoration(quickThumbnail);
     auto* overlay = outlet("neCont");
     QTest::mouseClick(outlet("autobtn"), Qt::LeftButton);
     EXPECT_TRUE(overlay->isVisible());
@@ -63,7 +63,7 @@ TEST_F(MainWindowTest, PickingTheFirstTileOfAMotionRunTakesItsSettings) {
     openSample();
     QTest::mouseClick(outlet("movedSw"), Qt::LeftButton);
     ASSERT_TRUE(waitFor([this] { return unlocked(); }));
-    window->autoRun().setStepForTests(quickThumbnail);
+    window->autoRun().setRestoration(quickThumbnail);
     window->autoBtn();
     ASSERT_TRUE(waitFor([this] { return window->gallery() != nullptr; }, 60000));
     AutoViewController* gallery = window->gallery();

@@ -3,10 +3,11 @@
 #include "common/wait.h"
 #include "jobs/job_fixtures.h"
 
-#include <QElapsedTimer>
 #include <QSignalSpy>
-#include <QTest>
+#include <QThread>
 #include <gtest/gtest.h>
+
+#include <stdexcept>
 
 using namespace clarovi::autosearch;
 using clarovi::testing::LogCapture;
@@ -19,6 +20,7 @@ struct FakeAutoWindow : AutoWindowPort {
     bool overlay = false;
     double progress = -1;
     QString text;
+    QString failure;
     int galleries = 0;
     int appearances = 0;
     void showOverlay(bool shown) override { overlay = shown; }
@@ -26,49 +28,65 @@ struct FakeAutoWindow : AutoWindowPort {
     void showProgressText(const QString& t) override { text = t; }
     void showCv() override { ++galleries; }
     void AppearActions() override { ++appearances; }
+    void showSearchFailure(const QString& why) override { failure = why; }
 };
+
+QImage quickThumbnail(int, int) {
+    QThread::msleep(1); // long enough for a cancel to land mid-run
+    return QImage(4, 3, QImage::Format_Grayscale8);
+}
+
+QImage failingThumbnail(int, int) {
+    throw std::runtime_error("no memory left");
+}
 
 class AutoRunTest : public ::testing::Test {
   protected:
-    AutoRunTest() : opened(clarovi::testing::scenePicture(300, 200)), run(opened.state, window) {
-        run.setStepForTests([] {
-            QThread::msleep(1);
-            return QImage(4, 3, QImage::Format_Grayscale8);
-        });
+    AutoRunTest() : opened(clarovi::testing::scenePicture(300, 200)) {
         Data::getInstance().toPut = false;
     }
 
     OpenedPicture opened;
     FakeAutoWindow window;
-    AutoRun run;
-    LogCapture log;
+    AutoRun run{opened.state, window, quickThumbnail};
 };
 
 } // namespace
 
-TEST_F(AutoRunTest, AnOutOfFocusRunShowsEveryStepThenTheGalleryAndWaitsFiveSeconds) {
-    QSignalSpy updates(&run, &AutoRun::updated);
-    run.autoRequested = true;
-    run.MainWrapper();
-    EXPECT_TRUE(window.overlay);
-    ASSERT_TRUE(waitFor([&] { return window.galleries == 1; }));
-    EXPECT_EQ(updates.count(), 41);
-    EXPECT_EQ(log.count("PROGRESS"), 41);
-    EXPECT_DOUBLE_EQ(window.progress, 1.0);
-    EXPECT_EQ(window.text, "Waiting for selection...");
-    EXPECT_FALSE(run.autoRequested);
-    EXPECT_TRUE(run.pickTimer().isActive());
-    EXPECT_EQ(run.pickTimer().interval(), 5000);
-    EXPECT_FALSE(run.pickTimer().isSingleShot());
-    EXPECT_EQ(Data::getInstance().arrayOfData.size(), 41u);
-    EXPECT_TRUE(opened.state.autoSilent);
-    EXPECT_EQ(opened.state.autoLengthEnd, 42);
+TEST_F(AutoRunTest, ACompletedRunShowsEveryStepThenTheGalleryAndAppliesItsOutcome) {
+    struct Kind {
+        bool motion;
+        int updates, progressLines;
+        double lastProgress;
+        int pickPoll, lengthEnd;
+        double angle;
+    };
+    for (const Kind& k :
+         {Kind{false, 41, 41, 1.0, 5000, 42, -45}, Kind{true, 42, 0, 41.0 / 42, 2000, 91, 328}}) {
+        SCOPED_TRACE(k.motion);
+        opened.state.motionBlur = k.motion;
+        window.galleries = 0;
+        LogCapture log;
+        QSignalSpy updates(&run, &AutoRun::updated);
+        run.autoRequested = true;
+        run.MainWrapper();
+        ASSERT_TRUE(waitFor([&] { return window.galleries == 1; }, 60000));
+        EXPECT_EQ(updates.count(), k.updates);
+        EXPECT_EQ(log.count("PROGRESS"), k.progressLines);
+        EXPECT_NEAR(window.progress, k.lastProgress, 1e-6);
+        EXPECT_EQ(window.text, "Waiting for selection...");
+        EXPECT_FALSE(run.autoRequested);
+        EXPECT_EQ(run.pickTimer().interval(), k.pickPoll);
+        EXPECT_EQ(Data::getInstance().arrayOfData.size(), size_t(k.updates * (k.motion ? 23 : 1)));
+        EXPECT_TRUE(opened.state.autoSilent);
+        EXPECT_EQ(opened.state.autoCounters.lengthEnd, k.lengthEnd);
+        EXPECT_DOUBLE_EQ(opened.state.currentAngle, k.angle);
+    }
 
     // Ticks without a pick change nothing; the tick after a pick applies it once.
     run.unWrap();
-    run.unWrap();
     EXPECT_EQ(window.appearances, 0);
-    EXPECT_TRUE(window.overlay);
+    EXPECT_TRUE(run.pickTimer().isActive());
     Data::getInstance().toPut = true;
     run.unWrap();
     EXPECT_EQ(window.appearances, 1);
@@ -77,44 +95,39 @@ TEST_F(AutoRunTest, AnOutOfFocusRunShowsEveryStepThenTheGalleryAndWaitsFiveSecon
     Data::getInstance().toPut = false;
 }
 
-TEST_F(AutoRunTest, AMotionRunPollsForThePickEveryTwoSeconds) {
-    opened.state.motionBlur = true;
-    QSignalSpy updates(&run, &AutoRun::updated);
-    run.MainWrapper();
-    ASSERT_TRUE(waitFor([&] { return window.galleries == 1; }, 60000));
-    EXPECT_EQ(updates.count(), 42);
-    EXPECT_EQ(log.count("PROGRESS"), 0);
-    EXPECT_NEAR(window.progress, 41.0 / 42, 1e-6);
-    EXPECT_EQ(run.pickTimer().interval(), 2000);
-    EXPECT_DOUBLE_EQ(opened.state.currentAngle, 328);
-    EXPECT_DOUBLE_EQ(opened.state.currentWidth, 0.2);
-    EXPECT_EQ(opened.state.autoLengthEnd, 91);
-
-    // A pick one second after the gallery opened is applied at the next tick.
-    QElapsedTimer sincePick;
-    QTest::qWait(1000);
-    Data::getInstance().toPut = true;
-    sincePick.start();
-    ASSERT_TRUE(waitFor([&] { return window.appearances == 1; }, 3000));
-    EXPECT_LE(sincePick.elapsed(), 1500);
-    Data::getInstance().toPut = false;
-}
-
-TEST_F(AutoRunTest, CancelLeavesTheStateAsBeforeTheRun) {
+TEST_F(AutoRunTest, ACancelledOrFailedRunLeavesTheStateAndTheResultsAsBefore) {
     opened.state.motionBlur = true;
     const QImage active = opened.state.activeImage;
     const double angle = opened.state.currentAngle;
+    Data::getInstance().arrayOfData.assign(1, AutoResult{});
     QSignalSpy cancelled(&run, &AutoRun::cancelled);
+    QSignalSpy failed(&run, &AutoRun::failed);
     QSignalSpy updates(&run, &AutoRun::updated);
+
     run.MainWrapper();
     ASSERT_TRUE(waitFor([&] { return updates.count() >= 1; }));
     run.cancel();
     ASSERT_TRUE(waitFor([&] { return cancelled.count() == 1; }));
+    EXPECT_TRUE(window.failure.isEmpty());
+
+    run.setRestoration(failingThumbnail);
+    run.MainWrapper();
+    ASSERT_TRUE(waitFor([&] { return failed.count() == 1; }));
+    EXPECT_TRUE(window.failure.contains("no memory left")) << window.failure.toStdString();
+    EXPECT_EQ(cancelled.count(), 1);
+
     EXPECT_FALSE(window.overlay);
     EXPECT_EQ(window.galleries, 0);
     EXPECT_FALSE(run.searching());
+    EXPECT_EQ(Data::getInstance().arrayOfData.size(), 1u);
     EXPECT_EQ(opened.state.activeImage, active);
     EXPECT_DOUBLE_EQ(opened.state.currentAngle, angle);
-    EXPECT_EQ(opened.state.autoLengthEnd, 42);
+    EXPECT_EQ(opened.state.autoCounters.lengthEnd, 42);
     EXPECT_FALSE(opened.state.autoSilent);
+    Data::getInstance().arrayOfData.clear();
+
+    // Left under way: destroying it must stop the search before the state it reads goes.
+    run.setRestoration(quickThumbnail);
+    run.MainWrapper();
+    ASSERT_TRUE(waitFor([&] { return updates.count() >= 2; }));
 }

@@ -139,7 +139,7 @@ TEST(TiledRestoration, ARunWithoutAPictureStillDrawsItsPsfAndEndsIdle) {
     opened.jobs.runCompTrue();
     EXPECT_TRUE(opened.jobs.tiledIdle());
     EXPECT_EQ(opened.state.psfImage.size(), QSize(256, 256));
-    EXPECT_EQ(opened.state.autoLength, 10);
+    EXPECT_EQ(opened.state.autoCounters.length, 10);
     EXPECT_EQ(log.count("THREAD RUN"), 0);
     EXPECT_EQ(log.count("NEW PSF IS 5.000000"), 1);
 }
