@@ -43,6 +43,10 @@ QPointF absolute(QPointF fraction, QSizeF size) {
 
 // The centre of a view `view` picture pixels long on a picture `length` long: the picture is
 // centred when it is shorter, otherwise it may not be moved out of the view.
+QPointF scaled(QPointF point, QPointF by) {
+    return {point.x() * by.x(), point.y() * by.y()};
+}
+
 double clampAxis(double centre, double length, double view) {
     if (length <= view)
         return length / 2;
@@ -91,6 +95,11 @@ void ImageView::setMirrored(bool mirrored) {
 void ImageView::setBackground(const QColor& colour) {
     m_background = colour;
     update();
+}
+
+void ImageView::setNaturalSize(const QSize& size) {
+    m_naturalSize = size;
+    viewChanged();
 }
 
 void ImageView::setPlaceholderText(const QString& text) {
@@ -316,25 +325,33 @@ void ImageView::paintEvent(QPaintEvent*) {
         painter.scale(-1, 1);
     }
     // Only the visible part is drawn, widened to whole picture pixels so that each one lands
-    // exactly where widgetToPicture() says it is.
+    // exactly where widgetToPicture() says it is. Layout units are those of shownSize(); a picture
+    // of another size has pixelsPerUnit of its pixels to each.
     const double factor = zoomFactor();
+    const QPointF pixelsPerUnit(shown.width() / shownSize().width(),
+                                shown.height() / shownSize().height());
     const QPointF viewCentre = QRectF(rect()).center();
     const QPointF centre = centreInPicture();
-    const QPointF first = centre - viewCentre / factor;
-    const QPointF last = centre + viewCentre / factor;
+    const QPointF first = scaled(centre - viewCentre / factor, pixelsPerUnit);
+    const QPointF last = scaled(centre + viewCentre / factor, pixelsPerUnit);
     const QRectF source(
         QPointF(std::floor(std::max(first.x(), 0.0)), std::floor(std::max(first.y(), 0.0))),
         QPointF(std::ceil(std::min(last.x(), double(shown.width()))),
                 std::ceil(std::min(last.y(), double(shown.height())))));
-    const QRectF target(viewCentre + (source.topLeft() - centre) * factor, source.size() * factor);
+    const QPointF unitsPerPixel(1.0 / pixelsPerUnit.x(), 1.0 / pixelsPerUnit.y());
+    const QRectF target(viewCentre + (scaled(source.topLeft(), unitsPerPixel) - centre) * factor,
+                        QSizeF(source.width() * unitsPerPixel.x(),
+                               source.height() * unitsPerPixel.y()) *
+                            factor);
+    const double pixelScale = factor * unitsPerPixel.x();
     // Reduced, neighbouring pixels are blended, or fine detail turns into aliasing; from 100 % up
     // each picture pixel stays a sharp square (nearest neighbour), as one wants when judging a
     // restoration. The small previews are always blended.
-    painter.setRenderHint(QPainter::SmoothPixmapTransform, !m_zoomable || factor < 1.0);
+    painter.setRenderHint(QPainter::SmoothPixmapTransform, !m_zoomable || pixelScale < 1.0);
     // Reduced, most of the picture is resampled on every paint, which a copy in the screen's
     // format makes several times quicker. From 100 % up only the visible pixels are read, so a
     // new restoration is drawn at once, without first copying all of it.
-    if (factor >= 1.0) {
+    if (pixelScale >= 1.0) {
         painter.drawImage(target, shown, source);
         return;
     }

@@ -29,6 +29,10 @@ class ImageView : public QWidget {
     void setMirrored(bool mirrored);
     void setBackground(const QColor& colour);
     /// Shown while there is no picture.
+    /// The size every picture is shown at at 100 %, whatever its own: a quick preview of half the
+    /// size or the picture before restoration then cover the same place as the restoration.
+    /// Empty (the default): each picture's own size.
+    void setNaturalSize(const QSize& size);
     void setPlaceholderText(const QString& text);
     const QString& placeholderText() const { return m_placeholder; }
 
@@ -39,7 +43,8 @@ class ImageView : public QWidget {
     /// Widget (device-independent) pixels per picture pixel, also while fitting.
     double zoomFactor() const;
     bool isFitting() const { return m_fitting; }
-    /// Maps between widget coordinates and pixel coordinates of the picture shown.
+    /// Maps between widget coordinates and the picture's layout units (its pixels, or those of the
+    /// natural size when one is set).
     QPointF widgetToPicture(QPointF point) const;
     QPointF pictureToWidget(QPointF point) const;
 
@@ -72,7 +77,10 @@ class ImageView : public QWidget {
     };
 
     const QImage& shownImage() const;
-    QSizeF shownSize() const { return QSizeF(shownImage().size()); }
+    /// The size the view lays the picture out at: the natural size when one is set.
+    QSizeF shownSize() const {
+        return m_naturalSize.isEmpty() ? QSizeF(shownImage().size()) : QSizeF(m_naturalSize);
+    }
     double fitFactor() const;
     QPointF centreInPicture() const;
     QPointF clampedCentre(QPointF centreInPixels, double factor) const;
@@ -91,6 +99,7 @@ class ImageView : public QWidget {
     PixmapCache m_comparePixmap;
     QColor m_background;
     QString m_placeholder;
+    QSize m_naturalSize;
     bool m_mirrored = false;
     bool m_comparing = false;
     bool m_zoomable = false;

@@ -256,9 +256,11 @@ void MainWindow::showResult(const QImage& picture) {
     img01->setImage(picture);
     // Compare shows the input as the result is shown: grey beside grey, colour beside colour.
     const bool grey = picture.format() == QImage::Format_Grayscale8;
-    img01->setCompareImage(grey && !m_inputShown.isNull()
-                               ? m_inputShown.convertToFormat(QImage::Format_Grayscale8)
-                               : m_inputShown);
+    if (grey && m_inputGrey.isNull() && !m_inputShown.isNull())
+        m_inputGrey = m_inputShown.convertToFormat(QImage::Format_Grayscale8);
+    const QImage& input = grey ? m_inputGrey : m_inputShown;
+    if (img01->compareImage().cacheKey() != input.cacheKey())
+        img01->setCompareImage(input);
 }
 
 void MainWindow::showSettings(const QString& text) {
@@ -341,6 +343,8 @@ bool MainWindow::setImageInputForPictureTaker(const QString& path) {
     m_recent.add(path);
     m_sequences.pickImg(picture.image);
     m_inputShown = img01->image();
+    m_inputGrey = {};
+    img01->setNaturalSize(m_inputShown.size());
     img01->setCompareImage(m_inputShown);
     img01->fitToWindow();
     autosearch::Data& shared = autosearch::Data::getInstance();

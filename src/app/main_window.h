@@ -152,6 +152,7 @@ class MainWindow : public QMainWindow, public jobs::WindowPort, public autosearc
     QLabel* m_jobLabel = nullptr;
     QString m_openedPath;
     QImage m_inputShown; ///< the working picture before restoration, at display size
+    QImage m_inputGrey;  ///< the same in grey, made when a grey result first needs it
 };
 
 } // namespace clarovi::app
