@@ -63,6 +63,21 @@ QStringList localFiles(const QMimeData* data) {
     return files;
 }
 
+// Whether a shown picture is a grey restoration: every grey result has equal channels. A sparse
+// sample decides it; a colour picture whose samples are all grey looks the same either way.
+bool looksGrey(const QImage& picture) {
+    if (picture.format() == QImage::Format_Grayscale8)
+        return true;
+    const qint64 pixels = qint64(picture.width()) * picture.height();
+    const qint64 stride = std::max<qint64>(1, pixels / 4096);
+    for (qint64 i = 0; i < pixels; i += stride) {
+        const QRgb pixel = picture.pixel(int(i % picture.width()), int(i / picture.width()));
+        if (qRed(pixel) != qGreen(pixel) || qGreen(pixel) != qBlue(pixel))
+            return false;
+    }
+    return true;
+}
+
 // Space belongs to a text field that has the focus; elsewhere in the window it holds Compare.
 bool typingInto(const QWidget* focus) {
     return qobject_cast<const QAbstractSpinBox*>(focus) || qobject_cast<const QLineEdit*>(focus);
@@ -132,7 +147,7 @@ void MainWindow::buildMenus() {
         pickIt();
     });
     file->addSeparator();
-    file->addAction(tr("&Save"), QKeySequence::Save, this, [this] {
+    QAction* save = file->addAction(tr("&Save"), QKeySequence::Save, this, [this] {
         if (m_panel->saveBtn->isEnabled())
             SaveImage();
     });
@@ -140,10 +155,20 @@ void MainWindow::buildMenus() {
     file->addAction(tr("&Quit"), QKeySequence::Quit, this, &QWidget::close);
 
     auto* picture = menuBar()->addMenu(tr("&Picture"));
-    picture->addAction(tr("Restore in &Colour"), QKeySequence(tr("Ctrl+R")), m_panel->rgbBtn,
-                       &QPushButton::click);
-    picture->addAction(tr("&Auto Search"), QKeySequence(tr("A")), m_panel->autobtn,
-                       &QPushButton::click);
+    QAction* colour = picture->addAction(tr("Restore in &Colour"), QKeySequence(tr("Ctrl+R")),
+                                         m_panel->rgbBtn, &QPushButton::click);
+    QAction* search = picture->addAction(tr("&Auto Search"), QKeySequence(tr("A")),
+                                         m_panel->autobtn, &QPushButton::click);
+    // The menus offer what the buttons do, when they do it; a shortcut meanwhile clicks a button
+    // that may be off, which does nothing.
+    const std::pair<QAction*, QPushButton*> mirrors[] = {
+        {save, m_panel->saveBtn}, {colour, m_panel->rgbBtn}, {search, m_panel->autobtn}};
+    for (const auto& [action, button] : mirrors) {
+        QMenu* menu = action == save ? file : picture;
+        connect(menu, &QMenu::aboutToShow, action,
+                [action, button] { action->setEnabled(button->isEnabled()); });
+        connect(menu, &QMenu::aboutToHide, action, [action] { action->setEnabled(true); });
+    }
 
     auto* view = menuBar()->addMenu(tr("&View"));
     QAction* zoomIn = view->addAction(tr("Zoom &In"), img01, &ImageView::zoomIn);
@@ -255,7 +280,7 @@ void MainWindow::auxUnlock() {
 void MainWindow::showResult(const QImage& picture) {
     img01->setImage(picture);
     // Compare shows the input as the result is shown: grey beside grey, colour beside colour.
-    const bool grey = picture.format() == QImage::Format_Grayscale8;
+    const bool grey = looksGrey(picture);
     if (grey && m_inputGrey.isNull() && !m_inputShown.isNull())
         m_inputGrey = m_inputShown.convertToFormat(QImage::Format_Grayscale8);
     const QImage& input = grey ? m_inputGrey : m_inputShown;

@@ -79,6 +79,7 @@ TEST_F(MainWindowTest, TheZoomSurvivesARestorationAndSpaceComparesThere) {
 
     QTest::keyPress(window.get(), Qt::Key_Space);
     EXPECT_TRUE(view->comparing());
+    EXPECT_EQ(view->compareImage().format(), QImage::Format_Grayscale8) << "the result is grey";
     EXPECT_DOUBLE_EQ(view->zoomFactor(), zoom);
     QTest::keyRelease(window.get(), Qt::Key_Space);
     EXPECT_FALSE(view->comparing());
