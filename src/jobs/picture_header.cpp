@@ -113,8 +113,6 @@ QSize sizeOf(qint64 width, qint64 height) {
     return QSize(int(width), int(height));
 }
 
-// -------------------------------------------------------------------------------------------- PNG
-
 int pngBitsPerPixel(int depth, int colourType) {
     static const std::pair<int, int> channels[] = {{0, 1}, {2, 3}, {3, 1}, {4, 2}, {6, 4}};
     for (const auto& [type, count] : channels)
@@ -170,8 +168,6 @@ PictureHeader readPng(const Fields& file) {
     const double rowBytes = std::ceil(double(size.width()) * bitsPerPixel / 8.0) + 1.0;
     return sized("png", size, double(idat), rowBytes * size.height(), kDeflateRatio);
 }
-
-// ------------------------------------------------------------------------------------------- JPEG
 
 struct JpegFrame {
     int width = 0;
@@ -305,8 +301,6 @@ PictureHeader readJpeg(const Fields& file, QIODevice& device) {
     // At least one bit per block: a byte of data for every 8 blocks.
     return sized("jpeg", size, double(dataBytes), jpegBlocks(frame), 8.0);
 }
-
-// ------------------------------------------------------------------------------------------- TIFF
 
 struct TiffField {
     int type = 0;
@@ -480,8 +474,6 @@ PictureHeader readTiff(const Fields& file, const QByteArray& start) {
     return sized("tiff", size, data, rawBytes, ratio);
 }
 
-// -------------------------------------------------------------------------------------------- BMP
-
 PictureHeader readBmp(const Fields& file) {
     QByteArray head = file.at(0, 26);
     if (head.isEmpty())
@@ -531,8 +523,6 @@ PictureHeader readBmp(const Fields& file) {
                                   .arg(compression));
     }
 }
-
-// -------------------------------------------------------------------------------------------- GIF
 
 /// Skips the data sub-blocks at pos; returns the position after them (-1 if the file ends first)
 /// and adds their bytes to dataBytes.
@@ -593,8 +583,6 @@ PictureHeader readGif(const Fields& file) {
         }
     }
 }
-
-// ------------------------------------------------------------------------------------------- WebP
 
 /// The size in a VP8 or VP8L bitstream's header; empty when it is damaged.
 QSize webpFrameSize(const Fields& file, const QByteArray& fourcc, qint64 at) {

@@ -30,7 +30,7 @@ RestorationJobs::RestorationJobs(ControllerState& state, WindowPort& window)
 }
 
 QString RestorationJobs::settingsText() const {
-    return QString::asprintf(" Ø: %.1f ⟷ %.1f", double(m_window.psfLength()), m_state.currentWidth);
+    return settingsLabel(m_window.psfLength(), m_state.currentWidth);
 }
 
 void RestorationJobs::MakeMyPSFinitial() {
