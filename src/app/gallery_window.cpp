@@ -73,9 +73,12 @@ AutoViewController::AutoViewController(QWidget* parent)
     m_colView->setItemDelegate(new LabelItem(m_colView));
     m_colView->setModel(&m_model);
     connect(m_colView, &QListView::clicked, this, &AutoViewController::pick);
+    m_colView->setToolTip(tr("Click the restoration that looks best: its setting goes to the "
+                             "sliders and is restored in colour"));
 
     auto* keep = new QPushButton(tr("Keep current settings"), this);
     keep->setObjectName(QStringLiteral("keepBtn"));
+    keep->setToolTip(tr("Close the gallery and keep the settings you had"));
     connect(keep, &QPushButton::clicked, this, [this] {
         m_keep = true;
         close();
