@@ -1,5 +1,7 @@
 #pragma once
 
+#include "common/wait.h"
+
 #include "app/main_window.h"
 
 #include <QElapsedTimer>
@@ -45,17 +47,7 @@ inline double peakResidentMiB() {
     return double(usage.ru_maxrss) / 1024.0;
 }
 
-/// Runs the event loop until condition holds or the time is up; whether it held.
-inline bool waitFor(const std::function<bool()>& condition, int milliseconds = 15000) {
-    QElapsedTimer timer;
-    timer.start();
-    while (!condition()) {
-        if (timer.elapsed() > milliseconds)
-            return false;
-        QTest::qWait(5);
-    }
-    return true;
-}
+using clarovi::testing::waitFor;
 
 /// Runs the event loop until the window is unlocked and neither its title nor the picture it
 /// shows has changed for quietMs: longer than the delay between a release and its restoration,

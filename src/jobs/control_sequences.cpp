@@ -75,45 +75,33 @@ void ControlSequences::openAndRestore(const QImage& photo) {
     showFirstRestoration();
 }
 
-// Each move while the mouse holds a PSF slider runs a drag step, a live tiled preview of the
-// reduced copy; the release runs the end step, the full preview a second later.
 void ControlSequences::LengthNew(bool ended) {
-    m_state.eventLength = m_window.psfLength();
-    logLine(ended ? "ended" : "dragging");
-    if (ended)
-        lengthEndedDragging();
-    else
-        lengthDrag();
+    sliderEvent(Setting::Length, ended);
 }
 
 void ControlSequences::angleNew(bool ended) {
-    logLine(ended ? "ended" : "dragging");
-    if (ended)
-        angleEndedDragging();
-    else
-        angleDrag();
+    sliderEvent(Setting::Angle, ended);
 }
 
 void ControlSequences::widthSlider(bool ended) {
-    m_state.eventLength = m_window.psfLength();
+    sliderEvent(Setting::Width, ended);
+}
+
+// Each move while the mouse holds a PSF slider runs a drag step, a live tiled preview of the
+// reduced copy; the release runs the end step, the full preview a second later. The length and
+// width sliders record the length for the border padding; the angle slider does not.
+void ControlSequences::sliderEvent(Setting setting, bool ended) {
+    if (setting != Setting::Angle)
+        m_state.eventLength = m_window.psfLength();
     logLine(ended ? "ended" : "dragging");
-    if (ended)
-        widthEndDrag();
-    else
-        widthDrag();
-}
-
-void ControlSequences::lengthDrag() {
-    dragStep();
-}
-
-void ControlSequences::angleDrag() {
-    m_state.currentAngle = m_window.psfAngle();
-    dragStep();
-}
-
-void ControlSequences::widthDrag() {
-    m_state.currentWidth = m_window.psfWidth();
+    if (ended) {
+        endStep(setting, kReleaseDelay);
+        return;
+    }
+    if (setting == Setting::Angle)
+        m_state.currentAngle = m_window.psfAngle();
+    if (setting == Setting::Width)
+        m_state.currentWidth = m_window.psfWidth();
     dragStep();
 }
 
@@ -170,12 +158,12 @@ void ControlSequences::previewSetting() {
 
 void ControlSequences::lengthTyped() {
     m_state.eventLength = m_window.psfLength();
-    lengthEndedDragging(0);
+    endStep(Setting::Length, 0);
 }
 
 void ControlSequences::widthTyped() {
     m_state.eventLength = m_window.psfLength();
-    widthEndDrag(0);
+    endStep(Setting::Width, 0);
 }
 
 void ControlSequences::movedSwitch(bool motion) {

@@ -65,10 +65,8 @@ class ControlSequences : public QObject {
 
   private:
     enum class Setting { Length, Angle, Width, Sharpness };
+    void sliderEvent(Setting setting, bool ended);
     void endStep(Setting setting, double restoreAfter);
-    void lengthDrag();
-    void angleDrag();
-    void widthDrag();
     void dragStep();
     void useWorkingPicture();
     void rewriteSettingsLabel() { m_window.showSettings(m_jobs.settingsText()); }
