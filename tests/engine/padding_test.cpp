@@ -17,18 +17,13 @@ constexpr PadParameters kHundredOn2048{.muMin = 1.0f, .muMax = 3.6f};
 
 } // namespace
 
-TEST(Padding, MultiplierGrowsByOnePer25OfLength) {
-    EXPECT_NEAR(padMultiplier(kSliderDefaults), 0.99114446, 1e-8);
-    PadParameters longer = kSliderDefaults;
-    longer.eventLength = 25.0f;
-    EXPECT_DOUBLE_EQ(padMultiplier(longer) - padMultiplier(kSliderDefaults), 1.0);
-}
-
-TEST(Padding, NonPositiveDenominatorFallsBackToAFiniteMultiplier) {
-    // A zero range bottom, and a start below the range bottom.
-    for (const PadParameters& p :
-         {PadParameters{10.0f, 0.0f, 0.0f, 0.008f}, PadParameters{10.0f, -2.0f, 0.001f, 1.0f}})
-        EXPECT_DOUBLE_EQ(padMultiplier(p), static_cast<double>(10.0f / 25.0f) + 0.25) << p.muStart;
+// One more per 25 of length; a zero range bottom, or a start below it, falls back to a ratio of 1.
+TEST(Padding, MultiplierGrowsByOnePer25OfLengthAndFallsBackToAFiniteOne) {
+    using Case = std::pair<PadParameters, double>;
+    for (const auto& [p, expected] :
+         {Case{kSliderDefaults, 0.99114446}, Case{{25.0f, 0.0035f, 0.002f, 0.008f}, 1.99114446},
+          Case{{10.0f, 0.0f, 0.0f, 0.008f}, 0.65}, Case{{10.0f, -2.0f, 0.001f, 1.0f}, 0.65}})
+        EXPECT_NEAR(padMultiplier(p), expected, 1e-7) << p.eventLength << ' ' << p.muStart;
 }
 
 TEST(Padding, AddPadReplicatesAnEqualBorderSetByTheRows) {
