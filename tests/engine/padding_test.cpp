@@ -27,13 +27,9 @@ TEST(Padding, MultiplierGrowsByOnePer25OfLengthAndFallsBackToAFiniteOne) {
 }
 
 TEST(Padding, AddPadReplicatesAnEqualBorderSetByTheRows) {
-    struct Case {
-        cv::Size source;
-        PadParameters parameters;
-        cv::Size padded;
-        int added;
-    };
-    for (const Case& c : {
+    // Source size, parameters, padded size, and the border added as the caller is told.
+    using Case = std::tuple<cv::Size, PadParameters, cv::Size, int>;
+    for (const auto& [size, parameters, paddedSize, expectedAdded] : {
              Case{{2048, 2048}, kHundredOn2048, {2248, 2248}, 182}, // trunc(200 * 2048 / 2248)
              Case{{1000, 2048}, kHundredOn2048, {1200, 2248}, 166}, // the same border on the sides
              Case{{2048, 100}, kHundredOn2048, {2056, 108}, 7},     // trunc(0.9 * 100 / 18.32) = 4
@@ -42,18 +38,18 @@ TEST(Padding, AddPadReplicatesAnEqualBorderSetByTheRows) {
                  {48, 64}, {.eventLength = -100.0f, .muMin = 0.002f, .muMax = 0.008f}, {48, 64}, 0},
              Case{{}, kHundredOn2048, {}, 0},
          }) {
-        SCOPED_TRACE(testing::Message() << c.source);
+        SCOPED_TRACE(testing::Message() << size);
         const cv::Mat source =
-            c.source.empty() ? cv::Mat() : clarovi::reference::randomPlane(c.source, 1, CV_8U);
+            size.empty() ? cv::Mat() : clarovi::reference::randomPlane(size, 1, CV_8U);
         const cv::Mat before = source.clone();
         int added = -1;
-        const cv::Mat padded = addPad(source, 0.1, &added, c.parameters);
-        ASSERT_EQ(padded.size(), c.padded);
-        EXPECT_EQ(added, c.added);
+        const cv::Mat padded = addPad(source, 0.1, &added, parameters);
+        ASSERT_EQ(padded.size(), paddedSize);
+        EXPECT_EQ(added, expectedAdded);
         EXPECT_EQ(cv::norm(source, before, cv::NORM_INF), 0.0) << "the source is left alone";
         if (source.empty())
             continue;
-        const int border = (c.padded.height - c.source.height) / 2;
+        const int border = (paddedSize.height - size.height) / 2;
         cv::Mat expected;
         cv::copyMakeBorder(source, expected, border, border, border, border, cv::BORDER_REPLICATE);
         EXPECT_EQ(cv::norm(padded, expected, cv::NORM_INF), 0.0);
@@ -61,12 +57,8 @@ TEST(Padding, AddPadReplicatesAnEqualBorderSetByTheRows) {
 }
 
 TEST(Padding, TrimWindowCutsTheBorderOffWithinThePlane) {
-    struct Case {
-        cv::Size restored;
-        int added;
-        cv::Rect expected;
-    };
-    for (const Case& c : {
+    using Case = std::tuple<cv::Size, int, cv::Rect>; // restored, added, window
+    for (const auto& [restored, added, expected] : {
              Case{{2048, 2048}, 182, {91, 92, 1866, 1866}},
              Case{{2048, 2048}, 2, {1, 2, 2046, 2046}},
              // Below 2 the window would run one row past the bottom; it is cut to the plane.
@@ -75,7 +67,6 @@ TEST(Padding, TrimWindowCutsTheBorderOffWithinThePlane) {
              Case{{1, 1}, 0, {}},
              Case{{10, 10}, 30, {}},
          }) {
-        SCOPED_TRACE(testing::Message() << c.restored << " added " << c.added);
-        EXPECT_EQ(trimWindow(c.restored, c.added), c.expected);
+        EXPECT_EQ(trimWindow(restored, added), expected) << restored << " added " << added;
     }
 }
