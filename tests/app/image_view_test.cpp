@@ -19,10 +19,6 @@ QImage pattern(QSize size, bool xInBlue = false) {
     return image;
 }
 
-double distance(QPointF a, QPointF b) {
-    return QLineF(a, b).length();
-}
-
 // An 800 x 600 picture in a 400 x 300 view: it fits at 1/2.
 class ImageViewTest : public ::testing::Test {
   protected:
@@ -63,7 +59,7 @@ TEST_F(ImageViewTest, WheelZoomsAboutTheCursorWhereThePictureAllows) {
         const QPointF held = view.widgetToPicture(cursor);
         wheel(cursor, notches);
         EXPECT_NEAR(view.zoomFactor(), factor, 1e-9) << notches;
-        EXPECT_LT(distance(view.pictureToWidget(held), landsAt), 1e-6) << notches;
+        EXPECT_LT(QLineF(view.pictureToWidget(held), landsAt).length(), 1e-6) << notches;
     }
 }
 
@@ -92,7 +88,7 @@ TEST_F(ImageViewTest, ANewPictureKeepsTheZoomAndTheDetailOrTheFit) {
         view.setImage(pattern(next));
         EXPECT_NEAR(view.zoomFactor(), 2.0, 1e-9);
         const QPointF scaled(at.x() * next.width() / 800, at.y() * next.height() / 600);
-        EXPECT_LT(distance(view.widgetToPicture({200, 150}), scaled), 1e-6) << next.width();
+        EXPECT_LT(QLineF(view.widgetToPicture({200, 150}), scaled).length(), 1e-6) << next.width();
     }
     view.fitToWindow();
     view.setImage(pattern({1200, 300}));
@@ -112,7 +108,7 @@ TEST_F(ImageViewTest, KeysAndDoubleClickSwitchBetweenStepsAndFit) {
     const QPointF held = view.widgetToPicture({100, 80});
     QTest::mouseDClick(&view, Qt::LeftButton, {}, {100, 80});
     EXPECT_NEAR(view.zoomFactor(), 1.0, 1e-9);
-    EXPECT_LT(distance(view.pictureToWidget(held), {100, 80}), 1e-6);
+    EXPECT_LT(QLineF(view.pictureToWidget(held), {100, 80}).length(), 1e-6);
     QTest::mouseDClick(&view, Qt::LeftButton, {}, {100, 80});
     view.resize(200, 300);
     EXPECT_TRUE(view.isFitting());

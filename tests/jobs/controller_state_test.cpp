@@ -1,6 +1,5 @@
 #include "engine/image_bridge.h"
 #include "jobs/controller_state.h"
-#include "jobs/slider_ranges.h"
 
 #include <gtest/gtest.h>
 
