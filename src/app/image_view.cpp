@@ -339,10 +339,9 @@ void ImageView::paintEvent(QPaintEvent*) {
         QPointF(std::ceil(std::min(last.x(), double(shown.width()))),
                 std::ceil(std::min(last.y(), double(shown.height())))));
     const QPointF unitsPerPixel(1.0 / pixelsPerUnit.x(), 1.0 / pixelsPerUnit.y());
-    const QRectF target(viewCentre + (scaled(source.topLeft(), unitsPerPixel) - centre) * factor,
-                        QSizeF(source.width() * unitsPerPixel.x(),
-                               source.height() * unitsPerPixel.y()) *
-                            factor);
+    const QRectF target(
+        viewCentre + (scaled(source.topLeft(), unitsPerPixel) - centre) * factor,
+        QSizeF(source.width() * unitsPerPixel.x(), source.height() * unitsPerPixel.y()) * factor);
     const double pixelScale = factor * unitsPerPixel.x();
     // Reduced, neighbouring pixels are blended, or fine detail turns into aliasing; from 100 % up
     // each picture pixel stays a sharp square (nearest neighbour), as one wants when judging a

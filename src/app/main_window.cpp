@@ -89,8 +89,7 @@ MainWindow::MainWindow(QSettings& settings, QWidget* parent)
     : QMainWindow(parent), m_jobs(m_state, *this), m_sequences(m_state, *this, m_jobs),
       m_settings(settings), m_recent(settings), m_autoRun(m_state, *this) {
     m_openChooser = [this](const QString& folder) {
-        return QFileDialog::getOpenFileName(this, tr("Open a photograph"), folder,
-                                            pictureFilter());
+        return QFileDialog::getOpenFileName(this, tr("Open a photograph"), folder, pictureFilter());
     };
     m_saveChooser = [this](const QString& proposed) {
         return QFileDialog::getSaveFileName(this, tr("Save the restored picture"), proposed,
@@ -176,14 +175,11 @@ void MainWindow::buildMenus() {
                           QKeySequence(QKeySequence::ZoomIn)});
     QAction* zoomOut = view->addAction(tr("Zoom &Out"), img01, &ImageView::zoomOut);
     zoomOut->setShortcuts({QKeySequence(Qt::Key_Minus), QKeySequence(QKeySequence::ZoomOut)});
-    view->addAction(tr("&Fit to Window"), QKeySequence(Qt::Key_0), img01,
-                    &ImageView::fitToWindow);
-    view->addAction(tr("&Actual Size"), QKeySequence(Qt::Key_1), img01,
-                    &ImageView::showActualSize);
+    view->addAction(tr("&Fit to Window"), QKeySequence(Qt::Key_0), img01, &ImageView::fitToWindow);
+    view->addAction(tr("&Actual Size"), QKeySequence(Qt::Key_1), img01, &ImageView::showActualSize);
 
     auto* help = menuBar()->addMenu(tr("&Help"));
-    help->addAction(tr("Clarovi &Help"), QKeySequence::HelpContents, this,
-                    &MainWindow::showHelp);
+    help->addAction(tr("Clarovi &Help"), QKeySequence::HelpContents, this, &MainWindow::showHelp);
     help->addAction(tr("&About Clarovi"), this, [this] { showAboutBox(this); });
 }
 
@@ -352,8 +348,7 @@ bool MainWindow::eventFilter(QObject* watched, QEvent* event) {
 }
 
 void MainWindow::pickIt() {
-    const QString path =
-        m_openChooser(m_settings.value(QLatin1String(kOpenFolderKey)).toString());
+    const QString path = m_openChooser(m_settings.value(QLatin1String(kOpenFolderKey)).toString());
     if (!path.isEmpty())
         setImageInputForPictureTaker(path);
 }
@@ -426,8 +421,7 @@ void MainWindow::SaveImage() {
         return;
     }
     m_settings.setValue(QLatin1String(kSaveFolderKey), QFileInfo(path).absolutePath());
-    statusBar()->showMessage(tr("Saved %1").arg(QDir::toNativeSeparators(path)),
-                             kNoteMilliseconds);
+    statusBar()->showMessage(tr("Saved %1").arg(QDir::toNativeSeparators(path)), kNoteMilliseconds);
 }
 
 void MainWindow::rebuildRecentMenu() {
@@ -440,9 +434,9 @@ void MainWindow::rebuildRecentMenu() {
     const QStringList paths = m_recent.paths();
     for (int i = 0; i < paths.size(); ++i) {
         const QString& path = paths[i];
-        QAction* action = m_recentMenu->addAction(
-            tr("&%1 %2").arg(i + 1).arg(QFileInfo(path).fileName()), this,
-            [this, path] { setImageInputForPictureTaker(path); });
+        QAction* action =
+            m_recentMenu->addAction(tr("&%1 %2").arg(i + 1).arg(QFileInfo(path).fileName()), this,
+                                    [this, path] { setImageInputForPictureTaker(path); });
         action->setToolTip(QDir::toNativeSeparators(path));
     }
     if (paths.isEmpty())

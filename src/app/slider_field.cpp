@@ -9,8 +9,8 @@ namespace clarovi::app {
 
 SliderField::SliderField(const jobs::SliderRange& range, const QString& caption, int decimals,
                          QWidget* parent)
-    : QWidget(parent), m_slider(new FloatSlider(range, this)),
-      m_spinBox(new QDoubleSpinBox(this)), m_caption(new QLabel(caption, this)) {
+    : QWidget(parent), m_slider(new FloatSlider(range, this)), m_spinBox(new QDoubleSpinBox(this)),
+      m_caption(new QLabel(caption, this)) {
     m_spinBox->setRange(range.minimum, range.maximum);
     m_spinBox->setSingleStep(range.step);
     m_spinBox->setDecimals(decimals);

@@ -10,8 +10,7 @@ ControlSequences::ControlSequences(ControllerState& state, WindowPort& window,
                                    RestorationJobs& jobs)
     : m_state(state), m_window(window), m_jobs(jobs) {
     m_aspectSettled.setSingleShot(true);
-    connect(&m_aspectSettled, &QTimer::timeout, this,
-            &ControlSequences::restoreAfterAspectChange);
+    connect(&m_aspectSettled, &QTimer::timeout, this, &ControlSequences::restoreAfterAspectChange);
 }
 
 void ControlSequences::setUpDefaults() {
@@ -47,8 +46,8 @@ QImage ControlSequences::showDisplayPsf() {
 }
 
 void ControlSequences::redrawPsf() {
-    m_state.psfImage = m_state.MakePsfD(m_window.psfLength(), m_state.currentAngle,
-                                        m_state.currentWidth, false);
+    m_state.psfImage =
+        m_state.MakePsfD(m_window.psfLength(), m_state.currentAngle, m_state.currentWidth, false);
 }
 
 void ControlSequences::pickImg(const QImage& photo) {

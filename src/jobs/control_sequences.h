@@ -14,8 +14,8 @@ inline constexpr double kReleaseDelay = 1.0;
 
 /// What each control of the main window starts: opening a picture and its first restoration, a
 /// drag step, a release, a typed value, the mode switch, the Fixed size button, the colour
-/// restoration and a pick from the gallery. Reads the controls and shows results through the WindowPort, so
-/// the window, the command line and the tests run the same sequences.
+/// restoration and a pick from the gallery. Reads the controls and shows results through the
+/// WindowPort, so the window, the command line and the tests run the same sequences.
 class ControlSequences : public QObject {
     Q_OBJECT
   public:

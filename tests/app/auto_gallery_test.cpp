@@ -8,8 +8,6 @@
 using clarovi::app::AutoViewController;
 using clarovi::autosearch::AutoResult;
 using clarovi::autosearch::Data;
-using clarovi::testing::waitFor;
-using MainWindowTest = clarovi::testing::MainWindowTest;
 
 namespace {
 
@@ -68,9 +66,9 @@ TEST_F(MainWindowTest, PickingTheFirstTileOfAMotionRunTakesItsSettings) {
     QTest::mouseClick(view->viewport(), Qt::LeftButton, {},
                       view->visualRect(view->model()->index(0, 0)).center());
     Data& shared = Data::getInstance();
-    EXPECT_DOUBLE_EQ(shared.selectedLength, 1.0);
-    EXPECT_DOUBLE_EQ(shared.selectedAngle, 0.0);
-    EXPECT_DOUBLE_EQ(shared.selectedWidth, 0.2);
+    EXPECT_EQ(std::tuple(shared.selectedLength.load(), shared.selectedAngle.load(),
+                         shared.selectedWidth.load()),
+              std::tuple(1.0, 0.0, 0.2));
     EXPECT_TRUE(shared.toPut);
     EXPECT_FALSE(gallery->isVisible());
     EXPECT_EQ(terminations, 0);
@@ -85,7 +83,6 @@ TEST_F(MainWindowTest, PickingTheFirstTileOfAMotionRunTakesItsSettings) {
     EXPECT_EQ(title(), "LOADING");
     ASSERT_TRUE(waitFor([this] { return log.count("RESOLUTION") == 2; }, 10000));
     EXPECT_EQ(window->shownImage().size(), QSize(2048, 1365));
-    EXPECT_TRUE(window->shownImage().pixelColor(1000, 600).isValid());
 }
 
 TEST_F(MainWindowTest, ClosingTheGalleryWithoutAPickQuits) {

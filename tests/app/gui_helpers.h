@@ -104,3 +104,7 @@ class MainWindowTest : public ::testing::Test {
 };
 
 } // namespace clarovi::testing
+
+using clarovi::testing::kSample;
+using clarovi::testing::waitFor;
+using MainWindowTest = clarovi::testing::MainWindowTest;

@@ -11,11 +11,7 @@
 #include <QStatusBar>
 #include <QUrl>
 
-using clarovi::app::MainWindow;
-using clarovi::testing::kSample;
 using clarovi::testing::opacityOf;
-using clarovi::testing::waitFor;
-using MainWindowTest = clarovi::testing::MainWindowTest;
 
 namespace {
 
@@ -59,8 +55,6 @@ TEST_F(MainWindowTest, ControlsAreDisabledUntilAPictureIsOpenAndItsFirstRestorat
         EXPECT_FALSE(outlet(name)->isEnabled()) << name;
         EXPECT_NEAR(opacityOf(outlet(name)), 0.2, 1e-6) << name << " looks disabled";
     }
-    EXPECT_FALSE(window->state().psfImage.isNull());
-
     TitlePaints paints;
     outlet("maintitle")->installEventFilter(&paints);
     ASSERT_TRUE(window->setImageInputForPictureTaker(kSample));
@@ -113,7 +107,8 @@ TEST_F(MainWindowTest, KeyedAndTypedChangesRestoreOnceAfterTheyPause) {
     for (int i = 0; i < 5; ++i)
         QTest::keyClick(length, Qt::Key_Right);
     EXPECT_NEAR(length->floatValue(), start + 0.5f, 1e-4);
-    EXPECT_TRUE(outlet<QLabel>("settingInfo")->text().contains(QString::number(start + 0.5, 'f', 1)));
+    EXPECT_TRUE(
+        outlet<QLabel>("settingInfo")->text().contains(QString::number(start + 0.5, 'f', 1)));
     ASSERT_TRUE(waitFor([&] { return restorations() == before + 1 && unlocked(); }, 5000));
     EXPECT_FLOAT_EQ(window->state().eventLength, length->floatValue());
 
@@ -121,12 +116,11 @@ TEST_F(MainWindowTest, KeyedAndTypedChangesRestoreOnceAfterTheyPause) {
     sharpness->setValue(0.005);
     ASSERT_TRUE(waitFor([&] { return restorations() == before + 2 && unlocked(); }, 5000));
     EXPECT_FLOAT_EQ(slider("muSlider")->floatValue(), 0.005f);
-    EXPECT_EQ(restorations(), before + 2);
 }
 
 TEST_F(MainWindowTest, TheMotionSwitchRestoresBeforeItsHandlerReturns) {
     openSample();
-    int before = restorations();
+    const int before = restorations();
     QTest::mouseClick(outlet("movedSw"), Qt::LeftButton);
     EXPECT_EQ(restorations(), before + 1);
     EXPECT_TRUE(window->state().motionBlur);
@@ -134,25 +128,25 @@ TEST_F(MainWindowTest, TheMotionSwitchRestoresBeforeItsHandlerReturns) {
     EXPECT_TRUE(outlet("psfAngle")->isEnabled());
     EXPECT_TRUE(outlet("anglewidth")->isEnabled());
 
-    before = restorations();
-    QTest::mouseClick(outlet("movedSw"), Qt::LeftButton);
-    EXPECT_EQ(restorations(), before + 1);
+    // The out-of-focus button turns motion mode off the same way.
+    QTest::mouseClick(outlet("ofSw"), Qt::LeftButton);
+    EXPECT_EQ(restorations(), before + 2);
+    EXPECT_FALSE(outlet<QPushButton>("movedSw")->isChecked());
     EXPECT_FALSE(window->state().motionBlur);
     ASSERT_TRUE(waitFor([this] { return unlocked(); }));
     EXPECT_FALSE(outlet("psfAngle")->isEnabled()) << "stays off out of focus";
-
-    // The out-of-focus button turns motion mode off the same way.
-    QTest::mouseClick(outlet("movedSw"), Qt::LeftButton);
-    ASSERT_TRUE(waitFor([this] { return unlocked(); }));
-    QTest::mouseClick(outlet("ofSw"), Qt::LeftButton);
-    EXPECT_FALSE(outlet<QPushButton>("movedSw")->isChecked());
-    EXPECT_FALSE(window->state().motionBlur);
 }
 
-TEST_F(MainWindowTest, TheFixedSizeButtonEndsInAFullRestorationOnceLeftAlone) {
+// Each press restores the tiles at once, unlocked; once the button is left alone the full
+// preview of the working picture follows.
+TEST_F(MainWindowTest, TheFixedSizeButtonRestoresTheTilesThenTheFullPreview) {
     openSample();
     const int before = restorations();
+    const int tiledBefore = log.count("######TIME ELAPSED");
     QTest::mouseClick(outlet("aspectBtn"), Qt::LeftButton);
+    EXPECT_FALSE(window->state().keepAspect);
+    EXPECT_EQ(title(), "CLAROVI") << "no locking before the run";
+    ASSERT_TRUE(waitFor([&] { return log.count("######TIME ELAPSED") == tiledBefore + 1; }));
     QTest::mouseClick(outlet("aspectBtn"), Qt::LeftButton);
     ASSERT_TRUE(waitFor([&] { return restorations() == before + 1 && unlocked(); }));
     EXPECT_TRUE(window->state().keepAspect);
@@ -173,12 +167,11 @@ TEST_F(MainWindowTest, RgbGivesTheColourRestorationWithRedKeptRed) {
     ASSERT_TRUE(waitFor([this] { return log.count("RESOLUTION") == 1 && unlocked(); }));
     const QColor centre = window->shownImage().pixelColor(1024, 680);
     EXPECT_GT(centre.red(), 240);
-    EXPECT_LT(centre.green(), 15);
-    EXPECT_LT(centre.blue(), 15);
+    EXPECT_LT(std::max(centre.green(), centre.blue()), 15);
 }
 
 // Save proposes "<name>-restored.png" beside the photograph, then in the folder saved to last.
-TEST_F(MainWindowTest, SaveProposesANameWritesTheShownPictureAndRemembersTheFolder) {
+TEST_F(MainWindowTest, SaveProposesANameWritesTheShownPictureAndKeepsAnOldFileOnFailure) {
     openSample();
     QStringList proposals;
     const QString folder = dir.filePath("out");
@@ -197,11 +190,8 @@ TEST_F(MainWindowTest, SaveProposesANameWritesTheShownPictureAndRemembersTheFold
     EXPECT_EQ(saved.convertToFormat(QImage::Format_ARGB32),
               window->shownImage().convertToFormat(QImage::Format_ARGB32));
     EXPECT_TRUE(window->statusBar()->currentMessage().startsWith("Saved "));
-    EXPECT_TRUE(messages.isEmpty());
-}
 
-TEST_F(MainWindowTest, AFailedSaveSaysSoAndKeepsTheOldFile) {
-    openSample();
+    // A failed save says why and keeps the file it would have replaced.
     const QString target = writeFile(dir.filePath("kept.png"), "old contents");
     window->setSaveFileChooser([&](const QString&) { return target; });
     {
@@ -236,18 +226,13 @@ TEST_F(MainWindowTest, ACorruptFileIsRefusedAndThePreviousPhotoStays) {
     EXPECT_EQ(window->shownImage(), shown);
     EXPECT_EQ(slider("psfCountD")->floatValue(), length);
     EXPECT_TRUE(unlocked());
-    EXPECT_TRUE(outlet("rgbBtn")->isEnabled());
     EXPECT_EQ(window->windowTitle(), "coffee-defocus.png — Clarovi");
-}
 
-TEST_F(MainWindowTest, DroppingSeveralFilesOpensTheFirstWithANote) {
-    QImage small(120, 80, QImage::Format_RGB32);
-    small.fill(Qt::gray);
-    ASSERT_TRUE(small.save(dir.filePath("first.png")));
-    drop(window.get(), {dir.filePath("first.png"), kSample});
+    // Several files dropped: the first opens, and a note says so.
+    drop(window.get(), {kSample, corrupt});
     ASSERT_TRUE(waitFor([this] { return unlocked(); }));
-    EXPECT_EQ(window->windowTitle(), "first.png — Clarovi");
     EXPECT_TRUE(window->statusBar()->currentMessage().contains("first of the 2"));
+    EXPECT_EQ(messages.size(), 2);
 }
 
 TEST_F(MainWindowTest, RecentFilesKeepTheLastEightAndDropMissingOnes) {
@@ -265,33 +250,26 @@ TEST_F(MainWindowTest, RecentFilesKeepTheLastEightAndDropMissingOnes) {
     EXPECT_EQ(recent.paths(), expected);
 }
 
-TEST_F(MainWindowTest, TheNextStartHasTheSameGeometryAndStartsInTheLastFolder) {
+// The help opens on the first start only; the next start has the window's size, the last folder
+// and the recent files.
+TEST_F(MainWindowTest, TheNextStartRemembersTheFirstStartTheGeometryAndTheFolder) {
+    window.reset();
+    settings->remove("firstStartnew2");
+    createWindow();
+    ASSERT_NE(window->helpWindow(), nullptr);
+    EXPECT_TRUE(waitFor([this] { return window->helpWindow()->isVisible(); }));
     openSample();
     window->setGeometry(40, 50, 1100, 780);
     const QRect geometry = window->geometry();
     window->close();
     window.reset();
     createWindow();
+    EXPECT_EQ(window->helpWindow(), nullptr);
     EXPECT_EQ(window->geometry().size(), geometry.size());
     QString startedIn;
-    window->setOpenFileChooser([&](const QString& folder) {
-        startedIn = folder;
-        return QString();
-    });
+    window->setOpenFileChooser(
+        [&](const QString& folder) { return startedIn = folder, QString(); });
     window->pickIt();
     EXPECT_EQ(startedIn, QStringLiteral(CLAROVI_DATA_DIR));
     EXPECT_EQ(window->recentFiles().paths().value(0), QFileInfo(kSample).absoluteFilePath());
-}
-
-TEST_F(MainWindowTest, TheHelpWindowOpensOnTheFirstStartOnly) {
-    window.reset();
-    settings->remove("firstStartnew2");
-    createWindow();
-    ASSERT_NE(window->helpWindow(), nullptr);
-    EXPECT_TRUE(window->helpWindow()->isVisible());
-    EXPECT_TRUE(settings->value("firstStartnew2").toBool());
-
-    window.reset();
-    createWindow();
-    EXPECT_EQ(window->helpWindow(), nullptr);
 }
