@@ -9,19 +9,23 @@
 #include <benchmark/benchmark.h>
 
 #include <opencv2/core.hpp>
+#include <opencv2/imgproc.hpp>
 
 using clarovi::app::ImageView;
 
 namespace {
 
-// Noise in the format the engine hands restorations over in: one channel, or RGBX.
+// Noise in the format the window shows every restoration in, opaque ARGB32 premultiplied: the
+// same value in the three channels for a grey one.
 QImage restoration(bool colour, int seed) {
-    cv::Mat noise(2048, 2048, colour ? CV_8UC4 : CV_8UC1);
     cv::theRNG().state = uint64_t(seed + 1);
+    cv::Mat noise(2048, 2048, colour ? CV_8UC3 : CV_8UC1);
     cv::randu(noise, 0, 255);
-    QImage image(noise.data, noise.cols, noise.rows, int(noise.step),
-                 colour ? QImage::Format_RGBX8888 : QImage::Format_Grayscale8);
-    return image.copy();
+    cv::Mat pixels;
+    cv::cvtColor(noise, pixels, colour ? cv::COLOR_BGR2BGRA : cv::COLOR_GRAY2BGRA);
+    return QImage(pixels.data, pixels.cols, pixels.rows, int(pixels.step),
+                  QImage::Format_ARGB32_Premultiplied)
+        .copy();
 }
 
 void showAt(ImageView& view, int zoom) {
