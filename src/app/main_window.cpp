@@ -123,7 +123,7 @@ MainWindow::MainWindow(QSettings& settings, QWidget* parent)
     connectPanel();
     m_editSettled.setSingleShot(true);
     m_editSettled.setInterval(int(jobs::kReleaseDelay * 1000));
-    connect(&m_editSettled, &QTimer::timeout, this, [this] { (m_sequences.*m_pendingRelease)(); });
+    connect(&m_editSettled, &QTimer::timeout, this, [this] { m_pendingRelease(); });
     qApp->installEventFilter(this);
     if (!restoreGeometry(m_settings.value(QLatin1String(kGeometryKey)).toByteArray()))
         resize(1320, 860);
@@ -197,8 +197,9 @@ void MainWindow::buildStatusBar() {
 }
 
 void MainWindow::connectField(SliderField* field, void (jobs::ControlSequences::*handler)(bool)) {
-    connect(field, &SliderField::dragged, this, [this, handler] { (m_sequences.*handler)(false); });
-    connect(field, &SliderField::released, this, [this, handler] { (m_sequences.*handler)(true); });
+    const std::function<void(bool)> event = std::bind(handler, &m_sequences, std::placeholders::_1);
+    connect(field, &SliderField::dragged, this, [event] { event(false); });
+    connect(field, &SliderField::released, this, [event] { event(true); });
 }
 
 void MainWindow::connectPanel() {
@@ -212,7 +213,10 @@ void MainWindow::connectPanel() {
         {m_panel->anglewidth, &jobs::ControlSequences::widthTyped},
         {m_panel->muSlider, &jobs::ControlSequences::sharpnessTyped}};
     for (const auto& [field, release] : typed)
-        connect(field, &SliderField::edited, this, [this, release] { settingEdited(release); });
+        connect(field, &SliderField::edited, this,
+                [this, typedRelease = std::bind(release, &m_sequences)] {
+                    settingEdited(typedRelease);
+                });
 
     connect(m_panel->movedSw, &QPushButton::clicked, this, [this] { movedSwitch(motionMode()); });
     connect(m_panel->ofSw, &QPushButton::clicked, this, [this] { movedSwitch(false); });
@@ -302,7 +306,7 @@ void MainWindow::reportError(const QString& message) {
     m_messageSink(message);
 }
 
-void MainWindow::settingEdited(void (jobs::ControlSequences::*release)()) {
+void MainWindow::settingEdited(const std::function<void()>& release) {
     m_sequences.previewSetting();
     m_pendingRelease = release;
     m_editSettled.start();

@@ -115,7 +115,7 @@ class MainWindow : public QMainWindow, public jobs::WindowPort, public autosearc
     void buildStatusBar();
     void connectPanel();
     void connectField(SliderField* field, void (jobs::ControlSequences::*handler)(bool));
-    void settingEdited(void (jobs::ControlSequences::*release)());
+    void settingEdited(const std::function<void()>& release);
     void viewDidLoad();
     void showFirstStartHelp();
     void movedSwitch(bool motion);
@@ -141,7 +141,7 @@ class MainWindow : public QMainWindow, public jobs::WindowPort, public autosearc
     autosearch::AutoRun m_autoRun;
     /// A typed or keyed change restores once the keys have been left alone.
     QTimer m_editSettled;
-    void (jobs::ControlSequences::*m_pendingRelease)() = nullptr;
+    std::function<void()> m_pendingRelease;
 
     SidePanel* m_panel = nullptr;
     ImageView* img01 = nullptr;

@@ -4,6 +4,8 @@
 #include "engine/log.h"
 #include "slider_ranges.h"
 
+#include <functional>
+
 namespace clarovi::jobs {
 
 ControlSequences::ControlSequences(ControllerState& state, WindowPort& window,
@@ -20,11 +22,11 @@ void ControlSequences::setUpDefaults() {
 }
 
 void ControlSequences::scheduleAfter(double seconds, void (RestorationJobs::*job)()) {
-    if (seconds <= 0) {
-        (m_jobs.*job)();
-        return;
-    }
-    QTimer::singleShot(int(seconds * 1000), this, [this, job] { (m_jobs.*job)(); });
+    const std::function<void()> run = std::bind(job, &m_jobs);
+    if (seconds <= 0)
+        run();
+    else
+        QTimer::singleShot(int(seconds * 1000), this, run);
 }
 
 void ControlSequences::useWorkingPicture() {
