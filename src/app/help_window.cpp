@@ -164,6 +164,7 @@ QWidget* HowToViewC::closeRow() {
     auto* row = new QWidget(this);
     auto* closeButton = new QPushButton(tr("Close"), row);
     closeButton->setObjectName(QStringLiteral("closeBtn"));
+    closeButton->setToolTip(tr("Close the help (Esc)"));
     connect(closeButton, &QPushButton::clicked, this, &QWidget::close);
     auto* layout = new QHBoxLayout(row);
     layout->setContentsMargins(16, 8, 16, 12);

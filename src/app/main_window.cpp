@@ -264,6 +264,9 @@ void MainWindow::setPsfSliders(float length, double angle, double width) {
 }
 
 void MainWindow::lockEverything() {
+    // A setting changed from the keyboard gets the focus back once the job is done.
+    if (QWidget* focus = QApplication::focusWidget(); focus && m_panel->isAncestorOf(focus))
+        m_focusAfterJob = focus;
     m_panel->lockEverything();
     m_jobLabel->setText(tr("Restoring…"));
 }
@@ -275,6 +278,9 @@ void MainWindow::unlockEverything() {
 void MainWindow::auxUnlock() {
     m_panel->auxUnlock();
     m_jobLabel->setText(tr("Ready"));
+    if (m_focusAfterJob && m_focusAfterJob->isEnabled())
+        m_focusAfterJob->setFocus();
+    m_focusAfterJob.clear();
 }
 
 void MainWindow::showResult(const QImage& picture) {

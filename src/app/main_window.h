@@ -10,6 +10,7 @@
 #include "side_panel.h"
 
 #include <QMainWindow>
+#include <QPointer>
 #include <QTimer>
 
 #include <functional>
@@ -151,6 +152,7 @@ class MainWindow : public QMainWindow, public jobs::WindowPort, public autosearc
     QLabel* m_zoomLabel = nullptr;
     QLabel* m_jobLabel = nullptr;
     QString m_openedPath;
+    QPointer<QWidget> m_focusAfterJob;
     QImage m_inputShown; ///< the working picture before restoration, at display size
     QImage m_inputGrey;  ///< the same in grey, made when a grey result first needs it
 };

@@ -71,11 +71,6 @@ void ControlSequences::showFirstRestoration() {
     m_state.freshImage = false;
 }
 
-void ControlSequences::openAndRestore(const QImage& photo) {
-    pickImg(photo);
-    showFirstRestoration();
-}
-
 void ControlSequences::LengthNew(bool ended) {
     sliderEvent(Setting::Length, ended);
 }

@@ -30,8 +30,6 @@ class ControlSequences : public QObject {
     /// The first computations of a fresh picture: the spectrum and the grey preview. Does nothing
     /// once they have run.
     void showFirstRestoration();
-    /// Opening a picture and showing its first restoration, in one step.
-    void openAndRestore(const QImage& photo);
 
     /// A PSF slider moved (ended false) or was let go (ended true).
     void LengthNew(bool ended);

@@ -111,6 +111,7 @@ TEST_F(MainWindowTest, KeyedAndTypedChangesRestoreOnceAfterTheyPause) {
         outlet<QLabel>("settingInfo")->text().contains(QString::number(start + 0.5, 'f', 1)));
     ASSERT_TRUE(waitFor([&] { return restorations() == before + 1 && unlocked(); }, 5000));
     EXPECT_FLOAT_EQ(window->state().eventLength, length->floatValue());
+    EXPECT_TRUE(length->hasFocus()) << "the keys go on working after the restoration";
 
     auto* sharpness = outlet<clarovi::app::SliderField>("muSlider")->spinBox();
     sharpness->setValue(0.005);
