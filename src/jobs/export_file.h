@@ -1,0 +1,45 @@
+#pragma once
+
+#include <QImage>
+#include <QString>
+
+#include <optional>
+
+namespace clarovi::jobs {
+
+/// A photograph as the full-size export reads it, or why it could not be read.
+struct ExportSource {
+    /// Upright (its EXIF orientation applied), at its own size, with its own depth: Grayscale8 or
+    /// Grayscale16 for grey pictures, RGBA8888 or RGBA64 otherwise (alpha opaque when the source
+    /// has none); null when refused.
+    QImage image;
+    bool hasAlpha = false;
+    int bitsPerChannel = 8; ///< 8, or 16 for sources of more than 8 bits
+    QString error;          ///< a sentence naming the file and the reason, when refused
+};
+
+/// Reads path for export with the same refusals as opening it in the window (format by content,
+/// structure, size, time), keeping its depth.
+ExportSource readExportSource(const QString& path);
+
+enum class ExportFormat { Png, Tiff, Jpeg };
+
+/// The format a target's extension asks for (.png, .tif, .tiff, .jpg, .jpeg, any case);
+/// std::nullopt for any other.
+std::optional<ExportFormat> exportFormatOf(const QString& path);
+
+struct ExportOptions {
+    int depth = 0;         ///< bits per channel: 8, 16, or 0 for the source's (JPEG is always 8)
+    int jpegQuality = 95;
+};
+
+/// Writes picture to target in the format of its extension, through a temporary file renamed
+/// into place, so that a failure or a full disk leaves no partial file and an existing file
+/// untouched. Copies the EXIF, XMP and IPTC data of source with the Orientation set to 1, the
+/// EXIF thumbnail dropped and Software set to Clarovi, and keeps picture's colour space (the ICC
+/// profile). Metadata that cannot be read is skipped with a warning. Returns an empty string on
+/// success, otherwise a sentence naming the file and the reason.
+QString writeExport(const QImage& picture, const QString& target, const QString& source,
+                    const ExportOptions& options);
+
+} // namespace clarovi::jobs
