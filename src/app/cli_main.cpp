@@ -3,6 +3,7 @@
 #include "engine/memory_policy.h"
 #include "jobs/control_sequences.h"
 #include "jobs/controller_state.h"
+#include "jobs/full_size_export.h"
 #include "jobs/headless_window.h"
 #include "jobs/picture_file.h"
 #include "jobs/restoration_jobs.h"
@@ -113,7 +114,66 @@ int runSearch(const app::CliOptions& options, jobs::ControllerState& state) {
     return 0;
 }
 
+// The blur model and sharpness the options set, as the window's controls would show them.
+jobs::BlurSetting blurSettingFor(const app::CliOptions& options) {
+    jobs::ControllerState state;
+    jobs::HeadlessWindow window;
+    state.setUpDefaults(window.mu, jobs::kSharpnessRange.minimum, jobs::kSharpnessRange.maximum,
+                        window.length);
+    applyOptions(options, state, window);
+    return jobs::blurSettingOf(state, window.length, window.angle, window.width, window.mu);
+}
+
+// One photograph restored at its own size into target; whether it was written.
+bool exportOne(const QString& input, const QString& target, const jobs::BlurSetting& setting,
+               const app::CliOptions& options) {
+    const jobs::ExportResult result =
+        jobs::exportFullSize({input, target, setting, {options.depth, options.quality}});
+    if (result.outcome != jobs::ExportResult::Outcome::Written) {
+        printError(result.message);
+        return false;
+    }
+    if (!result.message.isEmpty())
+        printError(result.message);
+    return true;
+}
+
+// Every photograph into the folder, one line each; the run goes on past a failure and ends
+// with the list of those that failed.
+int exportBatch(const app::CliOptions& options, const jobs::BlurSetting& setting) {
+    if (!QDir().mkpath(options.outDir)) {
+        printError(QStringLiteral("Cannot create the folder \u201c%1\u201d.").arg(options.outDir));
+        return 1;
+    }
+    QStringList failures;
+    const qsizetype count = options.inputs.size();
+    for (qsizetype i = 0; i < count; ++i) {
+        const QString& input = options.inputs[i];
+        const QString target = jobs::exportName(input, options.outDir, options.format);
+        std::fprintf(stderr, "[%lld/%lld] %s\n", static_cast<long long>(i + 1),
+                     static_cast<long long>(count), qPrintable(QDir::toNativeSeparators(target)));
+        if (!exportOne(input, target, setting, options))
+            failures << input;
+    }
+    if (failures.isEmpty())
+        return 0;
+    printError(QStringLiteral("%1 of %2 photographs failed: %3")
+                   .arg(failures.size())
+                   .arg(count)
+                   .arg(failures.join(QStringLiteral(", "))));
+    return 1;
+}
+
+int runFullSize(const app::CliOptions& options) {
+    const jobs::BlurSetting setting = blurSettingFor(options);
+    if (!options.outDir.isEmpty())
+        return exportBatch(options, setting);
+    return exportOne(options.input, options.output, setting, options) ? 0 : 1;
+}
+
 int run(const app::CliOptions& options) {
+    if (options.fullSize)
+        return runFullSize(options);
     const jobs::LoadedPicture loaded = jobs::loadPicture(options.input);
     if (loaded.image.isNull()) {
         printError(loaded.error);

@@ -2,6 +2,7 @@
 
 #include <QCommandLineParser>
 
+#include <array>
 #include <cmath>
 
 namespace clarovi::app {
@@ -53,6 +54,32 @@ std::optional<float> readNumber(const QCommandLineParser& parser, const NumberOp
     return single;
 }
 
+// --depth, --quality and --format into options; why one is refused, or an empty string.
+QString readExportOptions(const QCommandLineParser& parser,
+                          const std::array<QCommandLineOption, 3>& given, CliOptions& options) {
+    const auto& [depth, quality, format] = given;
+    if (parser.isSet(depth)) {
+        options.depth = parser.value(depth).toInt();
+        if (options.depth != 8 && options.depth != 16)
+            return QStringLiteral("--depth expects 8 or 16, not \"%1\"").arg(parser.value(depth));
+    }
+    if (parser.isSet(quality)) {
+        bool ok = false;
+        options.quality = parser.value(quality).toInt(&ok);
+        if (!ok || options.quality < 1 || options.quality > 100)
+            return QStringLiteral("--quality expects 1 to 100, not \"%1\"")
+                .arg(parser.value(quality));
+    }
+    if (parser.isSet(format)) {
+        options.format = parser.value(format).toLower();
+        const QStringList known{"png", "tif", "tiff", "jpg", "jpeg"};
+        if (!known.contains(options.format))
+            return QStringLiteral("--format expects png, tif or jpg, not \"%1\"")
+                .arg(parser.value(format));
+    }
+    return {};
+}
+
 } // namespace
 
 CliParseResult parseCliOptions(const QStringList& arguments) {
@@ -61,7 +88,8 @@ CliParseResult parseCliOptions(const QStringList& arguments) {
         "Restores a blurred photograph and writes the result as PNG: the grey preview, or the "
         "colour restoration with --rgb, at the photograph's aspect ratio, longer side 2048; "
         "with --tiled the live preview of a slider drag (longer side 1024); with --auto the "
-        "thumbnails of the automatic search, one PNG each, and their index.csv."));
+        "thumbnails of the automatic search, one PNG each, and their index.csv; with --full-size "
+        "the whole photograph at its own size, in colour, with its metadata."));
     const QCommandLineOption helpOption = parser.addHelpOption();
     const QCommandLineOption motionOption(
         QStringLiteral("motion"),
@@ -98,9 +126,29 @@ CliParseResult parseCliOptions(const QStringList& arguments) {
     const QCommandLineOption verboseOption(
         QStringLiteral("verbose"),
         QStringLiteral("Print the restoration's log lines and the image libraries' warnings."));
-    parser.addOption(tiledOption);
-    parser.addOption(autoOption);
-    parser.addOption(verboseOption);
+    const QCommandLineOption fullSizeOption(
+        QStringLiteral("full-size"),
+        QStringLiteral("Restore the whole photograph at its own size, in colour, and write it "
+                       "with its metadata as PNG, TIFF or JPEG (by OUTPUT's extension)."));
+    const QCommandLineOption depthOption(
+        QStringLiteral("depth"),
+        QStringLiteral("Bits per channel of a --full-size PNG or TIFF: 8 or 16 (default: the "
+                       "photograph's)."),
+        QStringLiteral("BITS"));
+    const QCommandLineOption qualityOption(
+        QStringLiteral("quality"), QStringLiteral("Quality of a --full-size JPEG, 1 to 100 (95)."),
+        QStringLiteral("Q"));
+    const QCommandLineOption outDirOption(
+        QStringLiteral("out-dir"),
+        QStringLiteral("With --full-size: export every INPUT into DIR as <name>-restored.<ext>."),
+        QStringLiteral("DIR"));
+    const QCommandLineOption formatOption(
+        QStringLiteral("format"), QStringLiteral("With --out-dir: png, tif or jpg (default png)."),
+        QStringLiteral("EXT"));
+    for (const QCommandLineOption* option :
+         {&tiledOption, &autoOption, &verboseOption, &fullSizeOption, &depthOption, &qualityOption,
+          &outDirOption, &formatOption})
+        parser.addOption(*option);
     parser.addPositionalArgument(
         QStringLiteral("INPUT"),
         QStringLiteral("Photograph to restore (PNG, JPEG, TIFF, BMP, WebP, GIF)."));
@@ -130,6 +178,30 @@ CliParseResult parseCliOptions(const QStringList& arguments) {
     const bool search = parser.isSet(autoOption);
     if (search && options.autoDir.isEmpty())
         return refusal(QStringLiteral("--auto expects a folder"));
+    options.verbose = parser.isSet(verboseOption);
+    options.motion = parser.isSet(motionOption);
+    options.rgb = parser.isSet(rgbOption);
+    options.fullSize = parser.isSet(fullSizeOption);
+    options.outDir = parser.value(outDirOption);
+    const bool batch = parser.isSet(outDirOption);
+    if (batch && options.outDir.isEmpty())
+        return refusal(QStringLiteral("--out-dir expects a folder"));
+    if (const QString error =
+            readExportOptions(parser, {depthOption, qualityOption, formatOption}, options);
+        !error.isEmpty())
+        return refusal(error);
+    if (!options.fullSize && (batch || parser.isSet(depthOption) || parser.isSet(qualityOption) ||
+                              parser.isSet(formatOption)))
+        return refusal(QStringLiteral("--depth, --quality, --format and --out-dir go with "
+                                      "--full-size"));
+    if (options.fullSize && (search || parser.isSet(tiledOption)))
+        return refusal(QStringLiteral("--full-size goes with neither --auto nor --tiled"));
+    if (batch) {
+        if (files.isEmpty())
+            return refusal(QStringLiteral("expected at least one INPUT, got 0"));
+        options.inputs = files;
+        return {CliParseResult::Outcome::Run, options, {}};
+    }
     const qsizetype expected = search ? 1 : 2;
     if (files.size() != expected)
         return refusal(
@@ -142,9 +214,6 @@ CliParseResult parseCliOptions(const QStringList& arguments) {
     options.tiled = parser.isSet(tiledOption);
     if (options.tiled && (search || parser.isSet(rgbOption)))
         return refusal(QStringLiteral("--tiled goes with neither --rgb nor --auto"));
-    options.verbose = parser.isSet(verboseOption);
-    options.motion = parser.isSet(motionOption);
-    options.rgb = parser.isSet(rgbOption);
     return {CliParseResult::Outcome::Run, options, {}};
 }
 

@@ -11,8 +11,14 @@ namespace clarovi::app {
 
 /// What one run of clarovi-cli restores and how. Values left out are the sliders' starting values.
 struct CliOptions {
-    QString input;  ///< the photograph to restore
-    QString output; ///< the PNG to write, used as given
+    QString input;         ///< the photograph to restore
+    QString output;        ///< the PNG to write, used as given
+    QStringList inputs;    ///< with --out-dir: every photograph to export
+    bool fullSize = false; ///< restore the whole photograph at its own size, in colour
+    int depth = 0;         ///< --depth: 8 or 16 bits per channel; 0 follows the source
+    int quality = 95;      ///< --quality of a JPEG export
+    QString outDir;        ///< --out-dir: the folder a batch of exports goes to
+    QString format = QStringLiteral("png"); ///< --format: the extension of a batch's files
     bool motion = false;
     bool rgb = false;
     bool tiled = false;          ///< one live preview, as a drag step of the length slider makes it
@@ -38,7 +44,7 @@ struct CliParseResult {
 
 /// Reads arguments (the program name first, as QCoreApplication::arguments() gives them).
 /// Refuses unknown options, numbers that do not parse or lie outside their slider's range, and
-/// anything but exactly two positional arguments.
+/// anything but exactly two positional arguments (one for --auto, one or more for --out-dir).
 CliParseResult parseCliOptions(const QStringList& arguments);
 
 } // namespace clarovi::app

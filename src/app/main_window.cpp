@@ -21,9 +21,11 @@
 #include <QMenuBar>
 #include <QMessageBox>
 #include <QMimeData>
+#include <QProgressDialog>
 #include <QPushButton>
 #include <QSettings>
 #include <QStatusBar>
+#include <QtConcurrent/QtConcurrentRun>
 
 #include <cmath>
 
@@ -34,6 +36,8 @@ namespace {
 constexpr auto kFirstStartKey = "firstStartnew2";
 constexpr auto kOpenFolderKey = "lastOpenFolder";
 constexpr auto kSaveFolderKey = "lastSaveFolder";
+constexpr auto kExportFolderKey = "lastExportFolder";
+constexpr int kProgressSteps = 1000;
 constexpr auto kGeometryKey = "windowGeometry";
 constexpr auto kWindowStateKey = "windowState";
 constexpr int kNoteMilliseconds = 8000;
@@ -95,6 +99,11 @@ MainWindow::MainWindow(QSettings& settings, QWidget* parent)
         return QFileDialog::getSaveFileName(this, tr("Save the restored picture"), proposed,
                                             tr("PNG picture (*.png)"));
     };
+    m_exportChooser = [this](const QString& proposed) {
+        return QFileDialog::getSaveFileName(
+            this, tr("Export the restored photograph at full size"), proposed,
+            tr("PNG picture (*.png);;TIFF picture (*.tif *.tiff);;JPEG picture (*.jpg *.jpeg)"));
+    };
     m_messageSink = [this](const QString& message) {
         QMessageBox::warning(this, tr("Clarovi"), message);
     };
@@ -133,6 +142,8 @@ MainWindow::MainWindow(QSettings& settings, QWidget* parent)
 
 MainWindow::~MainWindow() {
     qApp->removeEventFilter(this);
+    m_exportWatcher.cancel();
+    m_exportWatcher.waitForFinished();
 }
 
 void MainWindow::buildMenus() {
@@ -150,6 +161,9 @@ void MainWindow::buildMenus() {
         if (m_panel->saveBtn->isEnabled())
             SaveImage();
     });
+    QAction* exportAction =
+        file->addAction(tr("&Export Full Size…"), QKeySequence(tr("Ctrl+Shift+E")),
+                        m_panel->exportBtn, &QPushButton::click);
     file->addSeparator();
     file->addAction(tr("&Quit"), QKeySequence::Quit, this, &QWidget::close);
 
@@ -160,10 +174,12 @@ void MainWindow::buildMenus() {
                                          m_panel->autobtn, &QPushButton::click);
     // The menus offer what the buttons do, when they do it; a shortcut meanwhile clicks a button
     // that may be off, which does nothing.
-    const std::pair<QAction*, QPushButton*> mirrors[] = {
-        {save, m_panel->saveBtn}, {colour, m_panel->rgbBtn}, {search, m_panel->autobtn}};
-    for (const auto& [action, button] : mirrors) {
-        QMenu* menu = action == save ? file : picture;
+    const std::tuple<QMenu*, QAction*, QPushButton*> mirrors[] = {
+        {file, save, m_panel->saveBtn},
+        {file, exportAction, m_panel->exportBtn},
+        {picture, colour, m_panel->rgbBtn},
+        {picture, search, m_panel->autobtn}};
+    for (const auto& [menu, action, button] : mirrors) {
         connect(menu, &QMenu::aboutToShow, action,
                 [action, button] { action->setEnabled(button->isEnabled()); });
         connect(menu, &QMenu::aboutToHide, action, [action] { action->setEnabled(true); });
@@ -222,6 +238,12 @@ void MainWindow::connectPanel() {
     connect(m_panel->ofSw, &QPushButton::clicked, this, [this] { movedSwitch(false); });
     connect(m_panel->openBtn, &QPushButton::clicked, this, &MainWindow::pickIt);
     connect(m_panel->saveBtn, &QPushButton::clicked, this, &MainWindow::SaveImage);
+    connect(m_panel->exportBtn, &QPushButton::clicked, this, &MainWindow::exportFullSize);
+    connect(&m_exportWatcher, &QFutureWatcher<jobs::ExportResult>::progressValueChanged, this,
+            [this](int value) {
+                if (m_exportProgress)
+                    m_exportProgress->setValue(value);
+            });
     connect(m_panel->rgbBtn, &QPushButton::clicked, &m_sequences,
             &jobs::ControlSequences::colorize);
     connect(m_panel->autobtn, &QPushButton::clicked, this, &MainWindow::autoBtn);
@@ -432,6 +454,74 @@ void MainWindow::SaveImage() {
     }
     m_settings.setValue(QLatin1String(kSaveFolderKey), QFileInfo(path).absolutePath());
     statusBar()->showMessage(tr("Saved %1").arg(QDir::toNativeSeparators(path)), kNoteMilliseconds);
+}
+
+void MainWindow::exportFullSize() {
+    if (exporting() || m_openedPath.isEmpty())
+        return;
+    QString folder = m_settings.value(QLatin1String(kExportFolderKey)).toString();
+    if (folder.isEmpty() || !QFileInfo(folder).isDir())
+        folder = QFileInfo(m_openedPath).absolutePath();
+    const QString chosen = m_exportChooser(jobs::exportName(m_openedPath, folder));
+    if (chosen.isEmpty())
+        return;
+    const jobs::ExportRequest request{
+        m_openedPath,
+        jobs::savePathFor(chosen),
+        jobs::blurSettingOf(m_state, psfLength(), psfAngle(), psfWidth(), sharpness()),
+        {}};
+    if (const QString error = jobs::exportTargetError(request.target); !error.isEmpty()) {
+        reportError(error);
+        return;
+    }
+    m_settings.setValue(QLatin1String(kExportFolderKey), QFileInfo(request.target).absolutePath());
+    lockEverything();
+    m_jobLabel->setText(tr("Exporting…"));
+    m_exportProgress =
+        new QProgressDialog(tr("Exporting %1…").arg(QFileInfo(request.target).fileName()),
+                            tr("Cancel"), 0, kProgressSteps, this);
+    m_exportProgress->setAttribute(Qt::WA_DeleteOnClose);
+    m_exportProgress->setWindowModality(Qt::WindowModal);
+    m_exportProgress->setMinimumDuration(0);
+    m_exportProgress->setAutoClose(false);
+    m_exportProgress->setAutoReset(false);
+    connect(m_exportProgress, &QProgressDialog::canceled, &m_exportWatcher,
+            &QFutureWatcher<jobs::ExportResult>::cancel);
+    disconnect(&m_exportWatcher, &QFutureWatcher<jobs::ExportResult>::finished, this, nullptr);
+    connect(&m_exportWatcher, &QFutureWatcher<jobs::ExportResult>::finished, this,
+            [this, target = request.target] { finishExport(target); });
+    m_exportWatcher.setFuture(QtConcurrent::run([request](QPromise<jobs::ExportResult>& promise) {
+        promise.setProgressRange(0, kProgressSteps);
+        const jobs::JobControl control{
+            [&promise](double done) { promise.setProgressValue(int(done * kProgressSteps)); },
+            [&promise] { return promise.isCanceled(); }};
+        promise.addResult(jobs::exportFullSize(request, control));
+    }));
+}
+
+// A cancelled export leaves no result behind; a written one may carry a note.
+void MainWindow::finishExport(const QString& target) {
+    if (m_exportProgress)
+        m_exportProgress->close();
+    unlockEverything();
+    const QFuture<jobs::ExportResult> future = m_exportWatcher.future();
+    const jobs::ExportResult result =
+        future.resultCount() > 0 ? future.result()
+                                 : jobs::ExportResult{jobs::ExportResult::Outcome::Cancelled, {}};
+    switch (result.outcome) {
+    case jobs::ExportResult::Outcome::Written:
+        statusBar()->showMessage(tr("Exported %1").arg(QDir::toNativeSeparators(target)),
+                                 kNoteMilliseconds);
+        if (!result.message.isEmpty())
+            m_messageSink(result.message);
+        break;
+    case jobs::ExportResult::Outcome::Cancelled:
+        statusBar()->showMessage(tr("Export cancelled; nothing was written"), kNoteMilliseconds);
+        break;
+    case jobs::ExportResult::Outcome::Failed:
+        reportError(result.message);
+        break;
+    }
 }
 
 void MainWindow::rebuildRecentMenu() {

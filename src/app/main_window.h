@@ -4,11 +4,13 @@
 #include "image_view.h"
 #include "jobs/control_sequences.h"
 #include "jobs/controller_state.h"
+#include "jobs/full_size_export.h"
 #include "jobs/restoration_jobs.h"
 #include "jobs/window_port.h"
 #include "recent_files.h"
 #include "side_panel.h"
 
+#include <QFutureWatcher>
 #include <QMainWindow>
 #include <QPointer>
 #include <QTimer>
@@ -18,6 +20,7 @@
 
 class QLabel;
 class QMenu;
+class QProgressDialog;
 class QSettings;
 
 namespace clarovi::app {
@@ -45,6 +48,7 @@ class MainWindow : public QMainWindow, public jobs::WindowPort, public autosearc
 
     void setOpenFileChooser(FileChooser chooser) { m_openChooser = std::move(chooser); }
     void setSaveFileChooser(FileChooser chooser) { m_saveChooser = std::move(chooser); }
+    void setExportFileChooser(FileChooser chooser) { m_exportChooser = std::move(chooser); }
     void setMessageSink(MessageSink sink) { m_messageSink = std::move(sink); }
     /// What closing the gallery without a pick does; quits the application unless replaced.
     void setGalleryTerminator(std::function<void()> terminate) {
@@ -85,6 +89,10 @@ class MainWindow : public QMainWindow, public jobs::WindowPort, public autosearc
     /// everything shown stays as it was.
     bool setImageInputForPictureTaker(const QString& path);
     void SaveImage();
+    /// Restores the opened photograph at its own size and writes it, off the main thread behind
+    /// a progress dialog; the controls stay locked meanwhile.
+    void exportFullSize();
+    bool exporting() const { return m_exportWatcher.isRunning(); }
     void showHelp();
 
     void autoBtn() { m_autoRun.MainWrapper(); }
@@ -127,6 +135,7 @@ class MainWindow : public QMainWindow, public jobs::WindowPort, public autosearc
     void showOpenedFile(const QString& path, const QSize& originalSize);
     void rebuildRecentMenu();
     QString proposedSavePath() const;
+    void finishExport(const QString& target);
 
     jobs::ControllerState m_state;
     jobs::RestorationJobs m_jobs;
@@ -135,6 +144,7 @@ class MainWindow : public QMainWindow, public jobs::WindowPort, public autosearc
     RecentFiles m_recent;
     FileChooser m_openChooser;
     FileChooser m_saveChooser;
+    FileChooser m_exportChooser;
     MessageSink m_messageSink;
     std::unique_ptr<HowToViewC> m_helpController;
     std::unique_ptr<AutoViewController> m_loadingController;
@@ -142,6 +152,8 @@ class MainWindow : public QMainWindow, public jobs::WindowPort, public autosearc
     autosearch::AutoRun m_autoRun;
     /// A typed or keyed change restores once the keys have been left alone.
     QTimer m_editSettled;
+    QFutureWatcher<jobs::ExportResult> m_exportWatcher;
+    QPointer<QProgressDialog> m_exportProgress;
     std::function<void()> m_pendingRelease;
 
     SidePanel* m_panel = nullptr;

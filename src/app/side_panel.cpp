@@ -118,6 +118,9 @@ void SidePanel::addButtons(QVBoxLayout* column) {
 
     openBtn = addButton(tr("Open…"), "openBtn", tr("Open a photograph (Ctrl+O)"));
     saveBtn = addButton(tr("Save"), "saveBtn", tr("Save the picture shown as PNG (Ctrl+S)"));
+    exportBtn = addButton(tr("Export…"), "exportBtn",
+                          tr("Restore the whole photograph at its own size, in colour, and write "
+                             "it with its metadata (Ctrl+Shift+E)"));
     rgbBtn = addButton(QStringLiteral("RGB"), "rgbBtn",
                        tr("Restore in colour with the current settings (Ctrl+R)"));
     autobtn = addButton(tr("Auto"), "autobtn",
@@ -131,11 +134,11 @@ void SidePanel::addButtons(QVBoxLayout* column) {
                            tr("Hold to see the picture before restoration at the same place "
                               "(Space)"));
     auto* firstRow = new QHBoxLayout;
-    for (QPushButton* button : {openBtn, saveBtn, rgbBtn, autobtn})
+    for (QPushButton* button : {openBtn, saveBtn, exportBtn})
         firstRow->addWidget(button);
     auto* secondRow = new QHBoxLayout;
-    secondRow->addWidget(aspectBtn);
-    secondRow->addWidget(compareBtn);
+    for (QPushButton* button : {rgbBtn, autobtn, aspectBtn, compareBtn})
+        secondRow->addWidget(button);
     column->addLayout(firstRow);
     column->addLayout(secondRow);
 }
@@ -148,13 +151,14 @@ void SidePanel::setActive(std::initializer_list<QWidget*> controls, bool active)
 }
 
 void SidePanel::showNoPicture() {
-    setActive({psfCountD, psfAngle, anglewidth, muSlider, movedSw, ofSw, saveBtn, rgbBtn, autobtn,
-               aspectBtn, compareBtn},
+    setActive({psfCountD, psfAngle, anglewidth, muSlider, movedSw, ofSw, saveBtn, exportBtn, rgbBtn,
+               autobtn, aspectBtn, compareBtn},
               false);
 }
 
 void SidePanel::showPictureOpened(bool keepAspect) {
-    setActive({psfCountD, muSlider, saveBtn, movedSw, rgbBtn, aspectBtn, compareBtn}, true);
+    setActive({psfCountD, muSlider, saveBtn, exportBtn, movedSw, rgbBtn, aspectBtn, compareBtn},
+              true);
     aspectBtn->setChecked(keepAspect);
     // The mode stays as it was; angle and width come back with the unlock after the first job.
     setActive({psfAngle, anglewidth}, false);
@@ -170,14 +174,14 @@ void SidePanel::lockEverything() {
     // Jobs hold the main thread; paint the title now so that "LOADING" is seen while they run.
     maintitle->repaint();
     setActive({psfCountD, movedSw, muSlider, ofSw, rgbBtn, autobtn, anglewidth, psfAngle}, false);
-    saveBtn->setEnabled(false);
+    for (QPushButton* button : {saveBtn, exportBtn})
+        button->setEnabled(false);
 }
 
 void SidePanel::auxUnlock() {
     maintitle->setText(QStringLiteral("CLAROVI"));
     setActive({psfCountD, movedSw, muSlider, ofSw, rgbBtn, autobtn}, true);
-    saveBtn->setEnabled(true);
-    setDimmed(saveBtn, false);
+    setActive({saveBtn, exportBtn}, true);
     if (movedSw->isChecked())
         setActive({anglewidth, psfAngle}, true);
 }

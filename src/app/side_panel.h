@@ -42,6 +42,7 @@ class SidePanel : public QWidget {
     QPushButton* ofSw;
     QPushButton* openBtn;
     QPushButton* saveBtn;
+    QPushButton* exportBtn;
     QPushButton* rgbBtn;
     QPushButton* autobtn;
     QPushButton* aspectBtn;

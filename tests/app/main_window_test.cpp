@@ -236,6 +236,24 @@ TEST_F(MainWindowTest, ACorruptFileIsRefusedAndThePreviousPhotoStays) {
     EXPECT_EQ(messages.size(), 2);
 }
 
+// The export runs off the main thread with the controls locked and writes the photograph at
+// its own size where the user chose, proposed beside the photograph.
+TEST_F(MainWindowTest, ExportWritesThePhotographAtItsOwnSizeWithTheControlsLocked) {
+    openSample();
+    QString proposed;
+    window->setExportFileChooser([&](const QString& path) {
+        proposed = path;
+        return dir.filePath("full.png");
+    });
+    QTest::keyClick(window.get(), Qt::Key_E, Qt::ControlModifier | Qt::ShiftModifier);
+    EXPECT_EQ(proposed, QStringLiteral(CLAROVI_DATA_DIR "/coffee-defocus-restored.png"));
+    EXPECT_TRUE(window->exporting() && !outlet("psfCountD")->isEnabled());
+    ASSERT_TRUE(waitFor([this] { return !window->exporting() && unlocked(); }, 60000));
+    EXPECT_EQ(QImage(dir.filePath("full.png")).size(), QImage(kSample).size());
+    EXPECT_TRUE(window->statusBar()->currentMessage().startsWith("Exported "));
+    EXPECT_TRUE(messages.isEmpty()) << messages.join(' ').toStdString();
+}
+
 TEST_F(MainWindowTest, RecentFilesKeepTheLastEightAndDropMissingOnes) {
     clarovi::app::RecentFiles recent(*settings);
     for (int i = 0; i < 10; ++i)

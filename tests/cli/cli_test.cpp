@@ -55,6 +55,10 @@ TEST(CliOptions, RefusesWithAReason) {
         {{"a", "b", "c"}, "expected INPUT and OUTPUT, got 3"},
         {{"--auto", "dir"}, "expected INPUT, got 0"},
         {{"--tiled", "--rgb", "a", "b"}, "--tiled goes with"},
+        {{"--depth", "16", "a", "b"}, "--depth, --quality, --format and --out-dir go with"},
+        {{"--full-size", "--depth", "12", "a", "b"}, "--depth expects 8 or 16"},
+        {{"--full-size", "--out-dir", "d", "--format", "gif", "a"}, "--format expects png"},
+        {{"--full-size", "--tiled", "a", "b"}, "--full-size goes with neither"},
         {{"--blur", "a", "b"}, ""}};
     for (const auto& [arguments, reason] : cases) {
         const CliParseResult result = parse(arguments);
@@ -126,6 +130,18 @@ TEST_F(CliRunTest, WritesEveryThumbnailOfTheSearchAndTheirIndex) {
     ASSERT_EQ(rows.size(), 42);
     EXPECT_EQ(rows[1] + ' ' + rows[41], "0,1,1,-45 40,41,25,-45");
     EXPECT_EQ(QImage(path("search/0040.png"), "PNG").size(), QSize(512, 341));
+}
+
+// A batch goes on past a photograph that fails, writes the others at their own size and ends
+// with the list of failures.
+TEST_F(CliRunTest, AFullSizeBatchGoesOnPastACorruptFileAndReportsIt) {
+    QFile(path("corrupt.png")).open(QIODevice::WriteOnly);
+    const CliRun run = runCli(
+        {"--full-size", "--length", "12", "--out-dir", path("out"), path("corrupt.png"), kSample});
+    EXPECT_EQ(run.exitCode, 1);
+    EXPECT_TRUE(run.errors.contains("1 of 2 photographs failed")) << run.errors.toStdString();
+    EXPECT_EQ(QImage(path("out/coffee-defocus-restored.png")).size(), QImage(kSample).size());
+    EXPECT_FALSE(QFileInfo::exists(path("out/corrupt-restored.png")));
 }
 
 // Each refusal exits non-zero with one line saying why, and nothing else; it leaves an existing

@@ -1,0 +1,122 @@
+#include "full_size_export.h"
+
+#include <QDir>
+#include <QFileInfo>
+
+#include <opencv2/core.hpp>
+
+namespace clarovi::jobs {
+
+namespace {
+
+// How much of the work each stage is, for the progress shown.
+constexpr double kReadShare = 0.1;
+constexpr double kRestoreShare = 0.8;
+
+int matTypeOf(const QImage& picture) {
+    switch (picture.format()) {
+    case QImage::Format_Grayscale8:
+        return CV_8UC1;
+    case QImage::Format_Grayscale16:
+        return CV_16UC1;
+    case QImage::Format_RGBA8888:
+        return CV_8UC4;
+    case QImage::Format_RGBA64:
+        return CV_16UC4;
+    default:
+        throw std::invalid_argument("an export source of an unexpected format");
+    }
+}
+
+// The picture's pixels as a matrix sharing its memory.
+cv::Mat wrap(QImage& picture) {
+    return cv::Mat(picture.height(), picture.width(), matTypeOf(picture), picture.bits(),
+                   size_t(picture.bytesPerLine()));
+}
+
+// Restores the picture's colour planes in place; alpha, the fourth plane, stays as it was.
+bool restorePicture(QImage& picture, const cv::Mat& kernel, const BlurSetting& setting,
+                    const JobControl& control) {
+    cv::Mat pixels = wrap(picture);
+    std::vector<cv::Mat> planes;
+    cv::split(pixels, planes);
+    const bool colour = planes.size() == 4;
+    std::vector<cv::Mat> restored(planes.begin(), planes.begin() + (colour ? 3 : 1));
+    const int border = fullSizeBorder(setting, picture.size());
+    if (!restoreFullSize(restored, kernel, setting.mu, border, control))
+        return false;
+    std::copy(restored.begin(), restored.end(), planes.begin());
+    cv::merge(planes, pixels);
+    return true;
+}
+
+JobControl stage(const JobControl& control, double start, double share) {
+    JobControl part = control;
+    if (control.progress)
+        part.progress = [report = control.progress, start, share](double fraction) {
+            report(start + share * fraction);
+        };
+    return part;
+}
+
+bool cancelled(const JobControl& control) {
+    return control.cancelled && control.cancelled();
+}
+
+ExportResult failed(const QString& message) {
+    return {ExportResult::Outcome::Failed, message};
+}
+
+} // namespace
+
+BlurSetting blurSettingOf(const ControllerState& state, float length, double angle, double width,
+                          double mu) {
+    return {state.motionBlur, length, angle, width, mu, state.padParameters(), state.workingSide};
+}
+
+QString exportName(const QString& source, const QString& folder, const QString& extension) {
+    return QDir(folder).filePath(QFileInfo(source).completeBaseName() +
+                                 QStringLiteral("-restored.") + extension);
+}
+
+QString exportTargetError(const QString& target) {
+    if (exportFormatOf(target))
+        return {};
+    return QStringLiteral("Cannot export to \u201c%1\u201d: the name must end in .png, .tif, "
+                          ".tiff, .jpg or .jpeg.")
+        .arg(QFileInfo(target).fileName());
+}
+
+ExportResult exportFullSize(const ExportRequest& request, const JobControl& control) {
+    if (const QString error = exportTargetError(request.target); !error.isEmpty())
+        return failed(error);
+    ExportSource source = readExportSource(request.source);
+    if (source.image.isNull())
+        return failed(source.error);
+    if (control.progress)
+        control.progress(kReadShare);
+    if (cancelled(control))
+        return {ExportResult::Outcome::Cancelled, {}};
+
+    QString note;
+    const std::optional<cv::Mat> kernel = fullSizeKernel(request.setting, source.image.size());
+    if (!kernel)
+        note = QStringLiteral("At the size of \u201c%1\u201d the blur set is smaller than a pixel: "
+                              "the photograph was written as it is.")
+                   .arg(QFileInfo(request.source).fileName());
+    else if (!restorePicture(source.image, *kernel, request.setting,
+                             stage(control, kReadShare, kRestoreShare)))
+        return {ExportResult::Outcome::Cancelled, {}};
+    if (cancelled(control))
+        return {ExportResult::Outcome::Cancelled, {}};
+
+    const QString error =
+        writeExport(source.image, request.target, request.source, request.options);
+    if (!error.isEmpty())
+        return failed(error);
+    if (control.progress)
+        control.progress(1.0);
+    return {ExportResult::Outcome::Written, note};
+}
+
+} // namespace clarovi::jobs
