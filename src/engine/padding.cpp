@@ -47,16 +47,19 @@ cv::Mat addPad(const cv::Mat& source, double /*unused*/, int* added,
     return padByMultiplier(source, multiplier, added);
 }
 
+int borderWidth(double multiplier, int rows) {
+    const double wanted = std::max(0.0, std::trunc(multiplier * (rows / kRowsPerMultiplier)));
+    if (!(wanted <= kMaxPad))
+        throw std::invalid_argument("addPad: border wider than any picture can use");
+    return static_cast<int>(wanted);
+}
+
 cv::Mat padByMultiplier(const cv::Mat& source, double multiplier, int* added) {
     if (added)
         *added = 0;
     if (source.empty())
         return {};
-    const double wanted =
-        std::max(0.0, std::trunc(multiplier * (source.rows / kRowsPerMultiplier)));
-    if (!(wanted <= kMaxPad))
-        throw std::invalid_argument("addPad: border wider than any picture can use");
-    const int pad = static_cast<int>(wanted);
+    const int pad = borderWidth(multiplier, source.rows);
 
     cv::Mat padded;
     cv::copyMakeBorder(source, padded, pad, pad, pad, pad, cv::BORDER_REPLICATE);

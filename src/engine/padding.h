@@ -25,6 +25,10 @@ double padMultiplier(const PadParameters& parameters);
 /// The second argument is unused (callers pass 0.1).
 cv::Mat addPad(const cv::Mat& source, double unused, int* added, const PadParameters& parameters);
 
+/// The border addPad puts around a plane of the given rows: trunc(multiplier * rows / 18.32),
+/// never negative. Throws when it is wider than any picture can use.
+int borderWidth(double multiplier, int rows);
+
 /// addPad with the multiplier given rather than computed from the controls (the auto search has
 /// its own); logs "FINAL %d" but no multiplier.
 cv::Mat padByMultiplier(const cv::Mat& source, double multiplier, int* added);
