@@ -2,11 +2,13 @@
 #include "picture_file_internal.h"
 
 #include <QBuffer>
+#include <QColorSpace>
 #include <QElapsedTimer>
 #include <QFile>
 #include <QFileInfo>
 #include <QImageReader>
 #include <QSaveFile>
+#include <QTransform>
 
 #include <algorithm>
 #include <atomic>
@@ -166,6 +168,19 @@ void toEightBits(QImage& image) {
     }
 }
 
+/// image turned as its EXIF orientation says, keeping its colour space: mirrored and flipped first,
+/// then turned a quarter clockwise, as the orientation's transformations are defined.
+QImage upright(const QImage& image, QImageIOHandler::Transformations orientation) {
+    if (image.isNull() || orientation == QImageIOHandler::TransformationNone)
+        return image;
+    QImage turned = image.mirrored(orientation & QImageIOHandler::TransformationMirror,
+                                   orientation & QImageIOHandler::TransformationFlip);
+    if (orientation & QImageIOHandler::TransformationRotate90)
+        turned = turned.transformed(QTransform().rotate(90));
+    turned.setColorSpace(image.colorSpace());
+    return turned;
+}
+
 LoadedPicture decode(QIODevice& device, const PictureHeader& header, const QString& name,
                      PictureDepth depth) {
     const qint64 pixels = qint64(header.size.width()) * header.size.height();
@@ -173,12 +188,13 @@ LoadedPicture decode(QIODevice& device, const PictureHeader& header, const QStri
     QImageReader reader(&limited, header.format);
     // Only the decoder of the format the content showed: no other installed plugin sees the file.
     reader.setAutoDetectImageFormat(false);
-    reader.setAutoTransform(true);
+    // Turned upright here, not by the reader: Qt's turning drops the picture's colour space.
+    reader.setAutoTransform(false);
     QImageReader::setAllocationLimit(kAllocationLimitMiB);
     QImage image;
     {
         const DecoderMessages messages;
-        image = reader.read();
+        image = upright(reader.read(), reader.transformation());
         if (limited.expired())
             return {{},
                     refusal(name, QStringLiteral("decoding it takes too long: the file is "
