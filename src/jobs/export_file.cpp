@@ -13,7 +13,6 @@
 #include <algorithm>
 #include <array>
 #include <mutex>
-#include <string_view>
 
 namespace clarovi::jobs {
 
