@@ -1,11 +1,16 @@
 #pragma once
 
 #include <QImage>
+#include <QLoggingCategory>
 #include <QString>
 
 #include <optional>
 
 namespace clarovi::jobs {
+
+/// Why a photograph's metadata was left out of its export, and what exiv2 says while reading and
+/// writing it ("clarovi.metadata"; its warnings are off unless enabled).
+Q_DECLARE_LOGGING_CATEGORY(lcMetadata)
 
 /// A photograph as the full-size export reads it, or why it could not be read.
 struct ExportSource {
@@ -29,7 +34,7 @@ enum class ExportFormat { Png, Tiff, Jpeg };
 std::optional<ExportFormat> exportFormatOf(const QString& path);
 
 struct ExportOptions {
-    int depth = 0;         ///< bits per channel: 8, 16, or 0 for the source's (JPEG is always 8)
+    int depth = 0; ///< bits per channel: 8, 16, or 0 for the source's (JPEG is always 8)
     int jpegQuality = 95;
 };
 

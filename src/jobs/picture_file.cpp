@@ -1,11 +1,14 @@
 #include "picture_file.h"
+#include "picture_file_internal.h"
 
 #include <QBuffer>
+#include <QColorSpace>
 #include <QElapsedTimer>
 #include <QFile>
 #include <QFileInfo>
 #include <QImageReader>
 #include <QSaveFile>
+#include <QTransform>
 
 #include <algorithm>
 #include <atomic>
@@ -31,10 +34,6 @@ constexpr double kBudgetNsPerPixel = 40.0;
 
 QString refusal(const QString& name, const QString& reason) {
     return QStringLiteral("Cannot open \u201c%1\u201d: %2").arg(QFileInfo(name).fileName(), reason);
-}
-
-QString saveFailure(const QString& path, const QString& reason) {
-    return QStringLiteral("Cannot save \u201c%1\u201d: %2").arg(QFileInfo(path).fileName(), reason);
 }
 
 QString oversized(QSize size) {
@@ -169,18 +168,33 @@ void toEightBits(QImage& image) {
     }
 }
 
-LoadedPicture decode(QIODevice& device, const PictureHeader& header, const QString& name) {
+/// image turned as its EXIF orientation says, keeping its colour space: mirrored and flipped first,
+/// then turned a quarter clockwise, as the orientation's transformations are defined.
+QImage upright(const QImage& image, QImageIOHandler::Transformations orientation) {
+    if (image.isNull() || orientation == QImageIOHandler::TransformationNone)
+        return image;
+    QImage turned = image.mirrored(orientation & QImageIOHandler::TransformationMirror,
+                                   orientation & QImageIOHandler::TransformationFlip);
+    if (orientation & QImageIOHandler::TransformationRotate90)
+        turned = turned.transformed(QTransform().rotate(90));
+    turned.setColorSpace(image.colorSpace());
+    return turned;
+}
+
+LoadedPicture decode(QIODevice& device, const PictureHeader& header, const QString& name,
+                     PictureDepth depth) {
     const qint64 pixels = qint64(header.size.width()) * header.size.height();
     DeadlineDevice limited(device, kBudgetBaseMs + qint64(kBudgetNsPerPixel * pixels / 1e6));
     QImageReader reader(&limited, header.format);
     // Only the decoder of the format the content showed: no other installed plugin sees the file.
     reader.setAutoDetectImageFormat(false);
-    reader.setAutoTransform(true);
+    // Turned upright here, not by the reader: Qt's turning drops the picture's colour space.
+    reader.setAutoTransform(false);
     QImageReader::setAllocationLimit(kAllocationLimitMiB);
     QImage image;
     {
         const DecoderMessages messages;
-        image = reader.read();
+        image = upright(reader.read(), reader.transformation());
         if (limited.expired())
             return {{},
                     refusal(name, QStringLiteral("decoding it takes too long: the file is "
@@ -196,13 +210,18 @@ LoadedPicture decode(QIODevice& device, const PictureHeader& header, const QStri
                                   .arg(QString::fromLatin1(header.format.toUpper())))};
     if (tooLargeToOpen(image.size()))
         return {{}, refusal(name, oversized(image.size()))};
-    toEightBits(image);
+    if (depth == PictureDepth::EightBits)
+        toEightBits(image);
     return {image, {}};
 }
 
 } // namespace
 
-LoadedPicture loadPicture(const QString& path) {
+QString saveFailure(const QString& path, const QString& reason) {
+    return QStringLiteral("Cannot save \u201c%1\u201d: %2").arg(QFileInfo(path).fileName(), reason);
+}
+
+LoadedPicture readPicture(const QString& path, PictureDepth depth) {
     if (!QFileInfo(path).isFile())
         return {{}, refusal(path, QStringLiteral("the file does not exist."))};
     // Unbuffered: its structure is read a few bytes here and there across the whole file.
@@ -210,10 +229,10 @@ LoadedPicture loadPicture(const QString& path) {
     if (!file.open(QIODevice::ReadOnly | QIODevice::Unbuffered))
         return {{},
                 refusal(path, QStringLiteral("it cannot be read: %1.").arg(file.errorString()))};
-    return loadPicture(file, path);
+    return readPicture(file, path, depth);
 }
 
-LoadedPicture loadPicture(QIODevice& device, const QString& name) {
+LoadedPicture readPicture(QIODevice& device, const QString& name, PictureDepth depth) {
     if (device.size() == 0)
         return {{}, refusal(name, QStringLiteral("the file is empty."))};
     const PictureHeader header = readPictureHeader(device);
@@ -225,7 +244,15 @@ LoadedPicture loadPicture(QIODevice& device, const QString& name) {
         return {{}, refusal(name, oversized(header.size))};
     if (!header.problem.isEmpty())
         return {{}, refusal(name, header.problem + QLatin1Char('.'))};
-    return decode(device, header, name);
+    return decode(device, header, name, depth);
+}
+
+LoadedPicture loadPicture(const QString& path) {
+    return readPicture(path, PictureDepth::EightBits);
+}
+
+LoadedPicture loadPicture(QIODevice& device, const QString& name) {
+    return readPicture(device, name, PictureDepth::EightBits);
 }
 
 QString savePathFor(const QString& chosenPath) {
@@ -242,11 +269,15 @@ QString savePng(const QImage& picture, const QString& path) {
     buffer.open(QIODevice::WriteOnly);
     if (!picture.save(&buffer, "PNG"))
         return saveFailure(path, QStringLiteral("the picture could not be encoded as PNG."));
+    return writeAtomically(path, png);
+}
+
+QString writeAtomically(const QString& path, const QByteArray& bytes) {
     QSaveFile file(path);
     if (!file.open(QIODevice::WriteOnly))
         return saveFailure(path, file.errorString() + QLatin1Char('.'));
     errno = 0;
-    if (file.write(png) == png.size() && file.commit())
+    if (file.write(bytes) == bytes.size() && file.commit())
         return {};
     // A full disk or a file size limit leaves Qt without words of its own; the system has some.
     const int failure = errno;

@@ -1,0 +1,29 @@
+#pragma once
+
+#include "picture_file.h"
+
+#include <QByteArray>
+#include <QIODevice>
+#include <QString>
+
+// What the window's pictures and the full-size export share in reading and writing files.
+namespace clarovi::jobs {
+
+enum class PictureDepth {
+    EightBits, ///< pictures of more than 8 bits per channel come down to 8
+    Source,    ///< the decoder's format is kept
+};
+
+/// loadPicture's reading, with its refusals, keeping the source's depth when asked to.
+LoadedPicture readPicture(const QString& path, PictureDepth depth);
+LoadedPicture readPicture(QIODevice& device, const QString& name, PictureDepth depth);
+
+/// "Cannot save “name”: reason".
+QString saveFailure(const QString& path, const QString& reason);
+
+/// Writes bytes to path through a temporary file renamed into place, so that a failure or a full
+/// disk leaves an existing file untouched and no partial one. Returns an empty string on success,
+/// otherwise saveFailure's sentence.
+QString writeAtomically(const QString& path, const QByteArray& bytes);
+
+} // namespace clarovi::jobs
