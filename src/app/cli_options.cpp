@@ -186,9 +186,8 @@ CliParseResult parseCliOptions(const QStringList& arguments) {
     const bool batch = parser.isSet(outDirOption);
     if (batch && options.outDir.isEmpty())
         return refusal(QStringLiteral("--out-dir expects a folder"));
-    if (const QString error =
-            readExportOptions(parser, {depthOption, qualityOption, formatOption}, options);
-        !error.isEmpty())
+    error = readExportOptions(parser, {depthOption, qualityOption, formatOption}, options);
+    if (!error.isEmpty())
         return refusal(error);
     if (!options.fullSize && (batch || parser.isSet(depthOption) || parser.isSet(qualityOption) ||
                               parser.isSet(formatOption)))

@@ -35,7 +35,7 @@ TEST(FullSizeExport, WritesThePhotographAtItsOwnSizeAndDepth) {
     for (const auto& [in, depth] : cases) {
         const QString source = picture(dir, {900, 500}, in);
         const QString target = dir.filePath("out.png");
-        const ExportResult result = exportFullSize({source, target, disk(20)});
+        const ExportResult result = exportFullSize({source, target, disk(20), {}});
         ASSERT_EQ(result.outcome, ExportResult::Outcome::Written) << result.message.toStdString();
         const QImage written(target);
         EXPECT_EQ(written.size(), QSize(900, 500));
@@ -51,14 +51,15 @@ TEST(FullSizeExport, WritesThePhotographAtItsOwnSizeAndDepth) {
 // is when the blur is below a pixel at the photograph's size: each says so, none half writes.
 TEST(FullSizeExport, RefusesCancelsAndSaysWhenThereIsNothingToRestore) {
     QTemporaryDir dir;
-    const ExportResult refused = exportFullSize({"missing.png", dir.filePath("out.gif"), disk(9)});
+    const ExportResult refused =
+        exportFullSize({"missing.png", dir.filePath("out.gif"), disk(9), {}});
     EXPECT_TRUE(refused.message.contains(".png, .tif")) << refused.message.toStdString();
     const QString source = picture(dir, {300, 200}, QImage::Format_RGB32);
     const ExportResult cancelled =
-        exportFullSize({source, dir.filePath("out.png"), disk(9)}, {{}, [] { return true; }});
+        exportFullSize({source, dir.filePath("out.png"), disk(9), {}}, {{}, [] { return true; }});
     EXPECT_EQ(cancelled.outcome, ExportResult::Outcome::Cancelled);
     EXPECT_FALSE(QFileInfo::exists(dir.filePath("out.png")));
-    const ExportResult tiny = exportFullSize({source, dir.filePath("out.png"), disk(1)});
+    const ExportResult tiny = exportFullSize({source, dir.filePath("out.png"), disk(1), {}});
     EXPECT_EQ(tiny.outcome, ExportResult::Outcome::Written);
     EXPECT_TRUE(tiny.message.contains("smaller than a pixel")) << tiny.message.toStdString();
     EXPECT_EQ(QImage(dir.filePath("out.png")).convertToFormat(QImage::Format_ARGB32),
