@@ -476,6 +476,8 @@ void MainWindow::exportFullSize() {
     }
     m_settings.setValue(QLatin1String(kExportFolderKey), QFileInfo(request.target).absolutePath());
     lockEverything();
+    // Fixed size starts a restoration of its own, which would compete with the export.
+    m_panel->aspectBtn->setEnabled(false);
     m_jobLabel->setText(tr("Exporting…"));
     m_exportProgress =
         new QProgressDialog(tr("Exporting %1…").arg(QFileInfo(request.target).fileName()),
@@ -503,6 +505,7 @@ void MainWindow::exportFullSize() {
 void MainWindow::finishExport(const QString& target) {
     if (m_exportProgress)
         m_exportProgress->close();
+    m_panel->aspectBtn->setEnabled(true);
     unlockEverything();
     const QFuture<jobs::ExportResult> future = m_exportWatcher.future();
     const jobs::ExportResult result =

@@ -247,7 +247,8 @@ TEST_F(MainWindowTest, ExportWritesThePhotographAtItsOwnSizeWithTheControlsLocke
     });
     QTest::keyClick(window.get(), Qt::Key_E, Qt::ControlModifier | Qt::ShiftModifier);
     EXPECT_EQ(proposed, QStringLiteral(CLAROVI_DATA_DIR "/coffee-defocus-restored.png"));
-    EXPECT_TRUE(window->exporting() && !outlet("psfCountD")->isEnabled());
+    EXPECT_TRUE(window->exporting() && !outlet("psfCountD")->isEnabled() &&
+                !outlet("aspectBtn")->isEnabled());
     ASSERT_TRUE(waitFor([this] { return !window->exporting() && unlocked(); }, 60000));
     EXPECT_EQ(QImage(dir.filePath("full.png")).size(), QImage(kSample).size());
     EXPECT_TRUE(window->statusBar()->currentMessage().startsWith("Exported "));
