@@ -1,6 +1,7 @@
 #include "export_file.h"
 
 #include "picture_file_internal.h"
+#include "tiff_encoder.h"
 
 #include <QBuffer>
 #include <QFile>
@@ -56,7 +57,7 @@ bool isGrey(const QImage& image) {
     }
 }
 
-const char* writerFormat(ExportFormat format) {
+const char* formatName(ExportFormat format) {
     switch (format) {
     case ExportFormat::Png:
         return "png";
@@ -104,6 +105,18 @@ QImage writablePicture(const QImage& picture, ExportFormat format, int depth) {
     if (fullyOpaque(image))
         image.reinterpretAsFormat(sixteen ? QImage::Format_RGBX64 : QImage::Format_RGB32);
     return image;
+}
+
+EncodedFile encodeWithQt(const QImage& image, ExportFormat format, int jpegQuality) {
+    QByteArray bytes;
+    QBuffer buffer(&bytes);
+    buffer.open(QIODevice::WriteOnly);
+    QImageWriter writer(&buffer, formatName(format));
+    if (format == ExportFormat::Jpeg)
+        writer.setQuality(jpegQuality);
+    if (!writer.write(image))
+        return {{}, writer.errorString()};
+    return {bytes, {}};
 }
 
 void routeExiv2Message(int level, const char* text) {
@@ -278,23 +291,15 @@ QString writeExport(const QImage& picture, const QString& target, const QString&
     if (picture.isNull())
         return saveFailure(target, QStringLiteral("there is no restored picture yet."));
     // Encoded in memory first: a full disk then fails the write, not the encoder half-way.
-    QByteArray encoded;
-    {
-        QBuffer buffer(&encoded);
-        buffer.open(QIODevice::WriteOnly);
-        QImageWriter writer(&buffer, writerFormat(*format));
-        if (*format == ExportFormat::Jpeg)
-            writer.setQuality(options.jpegQuality);
-        // Qt's TIFF writer knows no compression but LZW (any value but 0), lossless too.
-        if (*format == ExportFormat::Tiff)
-            writer.setCompression(1);
-        if (!writer.write(writablePicture(picture, *format, options.depth)))
-            return saveFailure(target,
-                               QStringLiteral("the picture could not be encoded as %1: %2.")
-                                   .arg(QString::fromLatin1(writerFormat(*format)).toUpper(),
-                                        writer.errorString()));
-    }
-    return writeAtomically(target, withMetadata(encoded, source, picture.size()));
+    const QImage writable = writablePicture(picture, *format, options.depth);
+    const EncodedFile encoded = *format == ExportFormat::Tiff
+                                    ? encodeTiff(writable)
+                                    : encodeWithQt(writable, *format, options.jpegQuality);
+    if (!encoded.error.isEmpty())
+        return saveFailure(
+            target, QStringLiteral("the picture could not be encoded as %1: %2.")
+                        .arg(QString::fromLatin1(formatName(*format)).toUpper(), encoded.error));
+    return writeAtomically(target, withMetadata(encoded.bytes, source, picture.size()));
 }
 
 } // namespace clarovi::jobs

@@ -277,7 +277,9 @@ QString writeAtomically(const QString& path, const QByteArray& bytes) {
     if (!file.open(QIODevice::WriteOnly))
         return saveFailure(path, file.errorString() + QLatin1Char('.'));
     errno = 0;
-    if (file.write(bytes) == bytes.size() && file.commit())
+    // Flushed first: commit does not notice a failure to write what QFileDevice buffered, which
+    // is all of a file of less than 16 KiB.
+    if (file.write(bytes) == bytes.size() && file.flush() && file.commit())
         return {};
     // A full disk or a file size limit leaves Qt without words of its own; the system has some.
     const int failure = errno;
