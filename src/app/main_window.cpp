@@ -142,7 +142,8 @@ MainWindow::MainWindow(QSettings& settings, QWidget* parent)
 
 MainWindow::~MainWindow() {
     qApp->removeEventFilter(this);
-    m_exportWatcher.cancel();
+    if (m_stopExport)
+        *m_stopExport = true;
     m_exportWatcher.waitForFinished();
 }
 
@@ -479,6 +480,14 @@ void MainWindow::exportFullSize() {
     // Fixed size starts a restoration of its own, which would compete with the export.
     m_panel->aspectBtn->setEnabled(false);
     m_jobLabel->setText(tr("Exporting…"));
+    startExport(request);
+}
+
+// The export runs on a pool thread with a stop flag of its own rather than the future's cancel,
+// so that its result always arrives and says whether the file was written.
+void MainWindow::startExport(const jobs::ExportRequest& request) {
+    auto stop = std::make_shared<std::atomic<bool>>(false);
+    m_stopExport = stop;
     m_exportProgress =
         new QProgressDialog(tr("Exporting %1…").arg(QFileInfo(request.target).fileName()),
                             tr("Cancel"), 0, kProgressSteps, this);
@@ -487,30 +496,27 @@ void MainWindow::exportFullSize() {
     m_exportProgress->setMinimumDuration(0);
     m_exportProgress->setAutoClose(false);
     m_exportProgress->setAutoReset(false);
-    connect(m_exportProgress, &QProgressDialog::canceled, &m_exportWatcher,
-            &QFutureWatcher<jobs::ExportResult>::cancel);
+    connect(m_exportProgress, &QProgressDialog::canceled, this, [stop] { *stop = true; });
     disconnect(&m_exportWatcher, &QFutureWatcher<jobs::ExportResult>::finished, this, nullptr);
     connect(&m_exportWatcher, &QFutureWatcher<jobs::ExportResult>::finished, this,
             [this, target = request.target] { finishExport(target); });
-    m_exportWatcher.setFuture(QtConcurrent::run([request](QPromise<jobs::ExportResult>& promise) {
-        promise.setProgressRange(0, kProgressSteps);
-        const jobs::JobControl control{
-            [&promise](double done) { promise.setProgressValue(int(done * kProgressSteps)); },
-            [&promise] { return promise.isCanceled(); }};
-        promise.addResult(jobs::exportFullSize(request, control));
-    }));
+    m_exportWatcher.setFuture(
+        QtConcurrent::run([request, stop](QPromise<jobs::ExportResult>& promise) {
+            promise.setProgressRange(0, kProgressSteps);
+            const jobs::JobControl control{
+                [&promise](double done) { promise.setProgressValue(int(done * kProgressSteps)); },
+                [stop] { return stop->load(); }};
+            promise.addResult(jobs::exportFullSize(request, control));
+        }));
 }
 
-// A cancelled export leaves no result behind; a written one may carry a note.
+// A written export may carry a note.
 void MainWindow::finishExport(const QString& target) {
     if (m_exportProgress)
         m_exportProgress->close();
     m_panel->aspectBtn->setEnabled(true);
     unlockEverything();
-    const QFuture<jobs::ExportResult> future = m_exportWatcher.future();
-    const jobs::ExportResult result =
-        future.resultCount() > 0 ? future.result()
-                                 : jobs::ExportResult{jobs::ExportResult::Outcome::Cancelled, {}};
+    const jobs::ExportResult result = m_exportWatcher.result();
     switch (result.outcome) {
     case jobs::ExportResult::Outcome::Written:
         statusBar()->showMessage(tr("Exported %1").arg(QDir::toNativeSeparators(target)),

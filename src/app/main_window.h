@@ -15,6 +15,7 @@
 #include <QPointer>
 #include <QTimer>
 
+#include <atomic>
 #include <functional>
 #include <memory>
 
@@ -135,6 +136,7 @@ class MainWindow : public QMainWindow, public jobs::WindowPort, public autosearc
     void showOpenedFile(const QString& path, const QSize& originalSize);
     void rebuildRecentMenu();
     QString proposedSavePath() const;
+    void startExport(const jobs::ExportRequest& request);
     void finishExport(const QString& target);
 
     jobs::ControllerState m_state;
@@ -154,6 +156,7 @@ class MainWindow : public QMainWindow, public jobs::WindowPort, public autosearc
     QTimer m_editSettled;
     QFutureWatcher<jobs::ExportResult> m_exportWatcher;
     QPointer<QProgressDialog> m_exportProgress;
+    std::shared_ptr<std::atomic<bool>> m_stopExport; ///< set to stop the running export
     std::function<void()> m_pendingRelease;
 
     SidePanel* m_panel = nullptr;

@@ -107,6 +107,8 @@ QImage writablePicture(const QImage& picture, ExportFormat format, int depth) {
     return image;
 }
 
+constexpr int kPngQuality = 50;
+
 EncodedFile encodeWithQt(const QImage& image, ExportFormat format, int jpegQuality) {
     QByteArray bytes;
     QBuffer buffer(&bytes);
@@ -114,6 +116,10 @@ EncodedFile encodeWithQt(const QImage& image, ExportFormat format, int jpegQuali
     QImageWriter writer(&buffer, formatName(format));
     if (format == ExportFormat::Jpeg)
         writer.setQuality(jpegQuality);
+    // For PNG Qt reads the quality as zlib's effort: 50 encodes a 24-megapixel photograph twice
+    // as fast as the default for a file about 3 % larger.
+    if (format == ExportFormat::Png)
+        writer.setQuality(kPngQuality);
     if (!writer.write(image))
         return {{}, writer.errorString()};
     return {bytes, {}};
@@ -281,13 +287,19 @@ std::optional<ExportFormat> exportFormatOf(const QString& path) {
     return std::nullopt;
 }
 
+QString exportTargetError(const QString& target) {
+    if (exportFormatOf(target))
+        return {};
+    return saveFailure(target, QStringLiteral("Clarovi exports PNG, TIFF and JPEG pictures; the "
+                                              "name must end in .png, .tif, .tiff, .jpg or "
+                                              ".jpeg."));
+}
+
 QString writeExport(const QImage& picture, const QString& target, const QString& source,
-                    const ExportOptions& options) {
+                    const ExportOptions& options, const std::function<bool()>& cancelled) {
     const std::optional<ExportFormat> format = exportFormatOf(target);
     if (!format)
-        return saveFailure(target, QStringLiteral("Clarovi exports PNG, TIFF and JPEG pictures; "
-                                                  "the name must end in .png, .tif, .tiff, .jpg "
-                                                  "or .jpeg."));
+        return exportTargetError(target);
     if (picture.isNull())
         return saveFailure(target, QStringLiteral("there is no restored picture yet."));
     // Encoded in memory first: a full disk then fails the write, not the encoder half-way.
@@ -299,7 +311,10 @@ QString writeExport(const QImage& picture, const QString& target, const QString&
         return saveFailure(
             target, QStringLiteral("the picture could not be encoded as %1: %2.")
                         .arg(QString::fromLatin1(formatName(*format)).toUpper(), encoded.error));
-    return writeAtomically(target, withMetadata(encoded.bytes, source, picture.size()));
+    const QByteArray file = withMetadata(encoded.bytes, source, picture.size());
+    if (cancelled && cancelled())
+        return {};
+    return writeAtomically(target, file);
 }
 
 } // namespace clarovi::jobs

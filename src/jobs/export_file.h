@@ -4,6 +4,7 @@
 #include <QLoggingCategory>
 #include <QString>
 
+#include <functional>
 #include <optional>
 
 namespace clarovi::jobs {
@@ -38,13 +39,17 @@ struct ExportOptions {
     int jpegQuality = 95;
 };
 
+/// Why target cannot be exported to (its extension names no export format); empty when it can.
+QString exportTargetError(const QString& target);
+
 /// Writes picture to target in the format of its extension, through a temporary file renamed
 /// into place, so that a failure or a full disk leaves no partial file and an existing file
 /// untouched. Copies the EXIF, XMP and IPTC data of source with the Orientation set to 1, the
 /// EXIF thumbnail dropped and Software set to Clarovi, and keeps picture's colour space (the ICC
 /// profile). Metadata that cannot be read is skipped with a warning. Returns an empty string on
-/// success, otherwise a sentence naming the file and the reason.
+/// success, otherwise a sentence naming the file and the reason. When cancelled() says stop once
+/// the file is encoded, nothing is written and the string is empty as well.
 QString writeExport(const QImage& picture, const QString& target, const QString& source,
-                    const ExportOptions& options);
+                    const ExportOptions& options, const std::function<bool()>& cancelled = {});
 
 } // namespace clarovi::jobs

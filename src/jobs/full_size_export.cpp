@@ -79,14 +79,6 @@ QString exportName(const QString& source, const QString& folder, const QString& 
                                  QStringLiteral("-restored.") + extension);
 }
 
-QString exportTargetError(const QString& target) {
-    if (exportFormatOf(target))
-        return {};
-    return QStringLiteral("Cannot export to \u201c%1\u201d: the name must end in .png, .tif, "
-                          ".tiff, .jpg or .jpeg.")
-        .arg(QFileInfo(target).fileName());
-}
-
 ExportResult exportFullSize(const ExportRequest& request, const JobControl& control) {
     if (const QString error = exportTargetError(request.target); !error.isEmpty())
         return failed(error);
@@ -110,10 +102,12 @@ ExportResult exportFullSize(const ExportRequest& request, const JobControl& cont
     if (cancelled(control))
         return {ExportResult::Outcome::Cancelled, {}};
 
-    const QString error =
-        writeExport(source.image, request.target, request.source, request.options);
+    const QString error = writeExport(source.image, request.target, request.source, request.options,
+                                      control.cancelled);
     if (!error.isEmpty())
         return failed(error);
+    if (cancelled(control))
+        return {ExportResult::Outcome::Cancelled, {}};
     if (control.progress)
         control.progress(1.0);
     return {ExportResult::Outcome::Written, note};

@@ -27,9 +27,6 @@ struct ExportResult {
 BlurSetting blurSettingOf(const ControllerState& state, float length, double angle, double width,
                           double mu);
 
-/// Why target cannot be exported to (its extension names no export format); empty when it can.
-QString exportTargetError(const QString& target);
-
 /// Reads the source at full size, restores it in colour (grey stays grey, alpha is carried over)
 /// with the setting scaled to its size, and writes it with its metadata. A target whose extension
 /// names no export format is refused before any work starts; a cancel writes nothing.
