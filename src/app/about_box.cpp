@@ -13,7 +13,7 @@ QString aboutText() {
     return QObject::tr("<h3>Clarovi %1</h3>"
                        "<p>Removes out-of-focus and motion blur from a photograph.</p>"
                        "<p>Licence: GNU General Public License, version 3 or later.</p>"
-                       "<p>Built with Qt %2, OpenCV %3 and FFTW 3.</p>")
+                       "<p>Built with Qt %2, OpenCV %3, FFTW 3, exiv2 and libtiff.</p>")
         .arg(QStringLiteral(CLAROVI_VERSION), QString::fromLatin1(qVersion()),
              QStringLiteral(CV_VERSION));
 }
