@@ -13,6 +13,7 @@
 
 #include <algorithm>
 #include <array>
+#include <memory>
 #include <mutex>
 
 namespace clarovi::jobs {
@@ -212,16 +213,16 @@ bool writable(Exiv2::Image& image, Exiv2::MetadataId kind, const char* name) {
 }
 
 /// The source file's metadata, or none when exiv2 cannot read it.
-Exiv2::Image::AutoPtr sourceMetadata(const QString& source) {
+std::unique_ptr<Exiv2::Image> sourceMetadata(const QString& source) {
     try {
-        Exiv2::Image::AutoPtr image =
+        std::unique_ptr<Exiv2::Image> image =
             Exiv2::ImageFactory::open(QFile::encodeName(source).toStdString());
         image->readMetadata();
         return image;
     } catch (const Exiv2::AnyError& error) {
         qCWarning(lcMetadata).noquote()
             << "The metadata of" << source << "cannot be read and is left out:" << error.what();
-        return Exiv2::Image::AutoPtr();
+        return std::unique_ptr<Exiv2::Image>();
     }
 }
 
@@ -229,13 +230,13 @@ Exiv2::Image::AutoPtr sourceMetadata(const QString& source) {
 /// or when they cannot be added. Done in memory: exiv2 does not report a failed write to a file.
 QByteArray withMetadata(const QByteArray& encoded, const QString& source, QSize size) {
     prepareExiv2();
-    const Exiv2::Image::AutoPtr from = sourceMetadata(source);
+    const std::unique_ptr<Exiv2::Image> from = sourceMetadata(source);
     if (!from.get() ||
         (from->exifData().empty() && from->xmpData().empty() && from->iptcData().empty()))
         return encoded;
     try {
         // Reads encoded in place; exiv2 writes the result to memory of its own.
-        Exiv2::Image::AutoPtr to = Exiv2::ImageFactory::open(
+        std::unique_ptr<Exiv2::Image> to = Exiv2::ImageFactory::open(
             reinterpret_cast<const Exiv2::byte*>(encoded.constData()), long(encoded.size()));
         to->readMetadata();
         if (writable(*to, Exiv2::mdExif, "EXIF"))

@@ -8,6 +8,7 @@
 #include <QTemporaryDir>
 #include <exiv2/exiv2.hpp>
 #include <gtest/gtest.h>
+#include <memory>
 
 using namespace clarovi::jobs;
 
@@ -25,7 +26,7 @@ QImage deepPicture(QImage::Format format, int width = 8, int height = 4) {
     return picture;
 }
 
-Exiv2::Image::AutoPtr metadataOf(const QString& path) {
+std::unique_ptr<Exiv2::Image> metadataOf(const QString& path) {
     auto image = Exiv2::ImageFactory::open(QFile::encodeName(path).toStdString());
     image->readMetadata();
     return image;
