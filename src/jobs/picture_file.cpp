@@ -148,24 +148,10 @@ class DecoderMessages {
 /// Pictures of more than 8 bits a channel come down to 8 in place: the program works in 8 bits,
 /// and a 100-megapixel picture of 16-bit channels would otherwise be held twice.
 void toEightBits(QImage& image) {
-    switch (image.format()) {
-    case QImage::Format_Grayscale16:
-        image.convertTo(QImage::Format_Grayscale8);
-        break;
-    case QImage::Format_RGBX64:
-    case QImage::Format_RGBA64:
-    case QImage::Format_RGBA64_Premultiplied:
-    case QImage::Format_RGBX16FPx4:
-    case QImage::Format_RGBA16FPx4:
-    case QImage::Format_RGBA16FPx4_Premultiplied:
-    case QImage::Format_RGBX32FPx4:
-    case QImage::Format_RGBA32FPx4:
-    case QImage::Format_RGBA32FPx4_Premultiplied:
-        image.convertTo(QImage::Format_ARGB32_Premultiplied);
-        break;
-    default:
-        break;
-    }
+    if (hasMoreThanEightBits(image.format()))
+        image.convertTo(image.format() == QImage::Format_Grayscale16
+                            ? QImage::Format_Grayscale8
+                            : QImage::Format_ARGB32_Premultiplied);
 }
 
 /// image turned as its EXIF orientation says, keeping its colour space: mirrored and flipped first,
@@ -287,6 +273,28 @@ QString writeAtomically(const QString& path, const QByteArray& bytes) {
     if (failure != 0 && (reason.isEmpty() || reason == QLatin1String("Unknown error")))
         reason = QString::fromLocal8Bit(std::strerror(failure));
     return saveFailure(path, reason + QLatin1Char('.'));
+}
+
+bool hasMoreThanEightBits(QImage::Format format) {
+    switch (format) {
+    case QImage::Format_Grayscale16:
+    case QImage::Format_RGBX64:
+    case QImage::Format_RGBA64:
+    case QImage::Format_RGBA64_Premultiplied:
+    case QImage::Format_RGBX16FPx4:
+    case QImage::Format_RGBA16FPx4:
+    case QImage::Format_RGBA16FPx4_Premultiplied:
+    case QImage::Format_RGBX32FPx4:
+    case QImage::Format_RGBA32FPx4:
+    case QImage::Format_RGBA32FPx4_Premultiplied:
+    case QImage::Format_BGR30:
+    case QImage::Format_A2BGR30_Premultiplied:
+    case QImage::Format_RGB30:
+    case QImage::Format_A2RGB30_Premultiplied:
+        return true;
+    default:
+        return false;
+    }
 }
 
 } // namespace clarovi::jobs

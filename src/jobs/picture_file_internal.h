@@ -4,6 +4,7 @@
 
 #include <QByteArray>
 #include <QIODevice>
+#include <QImage>
 #include <QString>
 
 // What the window's pictures and the full-size export share in reading and writing files.
@@ -17,6 +18,9 @@ enum class PictureDepth {
 /// loadPicture's reading, with its refusals, keeping the source's depth when asked to.
 LoadedPicture readPicture(const QString& path, PictureDepth depth);
 LoadedPicture readPicture(QIODevice& device, const QString& name, PictureDepth depth);
+
+/// Whether pictures of this format have more than 8 bits per channel.
+bool hasMoreThanEightBits(QImage::Format format);
 
 /// "Cannot save “name”: reason".
 QString saveFailure(const QString& path, const QString& reason);
