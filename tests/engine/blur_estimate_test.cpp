@@ -1,0 +1,65 @@
+#include "engine/blur_estimate.h"
+#include "engine/image_bridge.h"
+#include "engine/psf.h"
+
+#include <gtest/gtest.h>
+#include <opencv2/imgproc.hpp>
+
+#include <cmath>
+
+namespace {
+
+using namespace clarovi::engine;
+
+/// A sharp sample brought to a 1024 working picture: the samples are 512 pixels, and a larger
+/// enlargement would leave too little detail for a small blur to show.
+cv::Mat workingPicture(const char* name) {
+    const cv::Mat sample = CVGrayscaleMat(QImage(QString(CLAROVI_DATA_DIR "/") + name));
+    cv::Mat working;
+    cv::resize(sample, working, {1024, 1024}, 0, 0, cv::INTER_CUBIC);
+    return working;
+}
+
+/// picture blurred by the kernel the sliders draw, with a little noise as a camera adds.
+cv::Mat blurred(const cv::Mat& picture, bool motion, float length, double angle) {
+    const int canvas = 2 * static_cast<int>(length) + 3;
+    const auto kernel = normalizedKernel(
+        CVGrayscaleMat(MakePsfD(length, angle, 1.0, false, motion, {canvas, canvas})));
+    cv::Mat smooth, noise(picture.size(), CV_32F);
+    cv::filter2D(picture, smooth, CV_32F, *kernel, {-1, -1}, 0, cv::BORDER_REFLECT);
+    cv::randn(noise, 0.0, 1.0);
+    cv::Mat result;
+    cv::Mat(smooth + noise).convertTo(result, CV_8U);
+    return result;
+}
+
+double angleError(double a, double b) {
+    const double d = std::fmod(std::abs(a - b), 180.0);
+    return std::min(d, 180.0 - d);
+}
+
+TEST(BlurEstimate, FindsTheKindLengthAndAngleOfKnownBlurs) {
+    struct Case {
+        const char* picture;
+        bool motion;
+        float length;
+        double angle;
+    };
+    const Case cases[] = {
+        {"camera.png", false, 8, 0},      {"astronaut.png", false, 20, 0},
+        {"camera.png", false, 40, 0},     {"astronaut.png", true, 10, 0},
+        {"camera.png", true, 25, 30},     {"astronaut.png", true, 50, 90},
+        {"camera.png", true, 25, 170},    {"astronaut.png", true, 25, -45},
+        {"camera.png", true, 10, 30},     {"camera.png", true, 50, -45},
+    };
+    for (const Case& c : cases) {
+        const BlurEstimate e = estimateBlur(blurred(workingPicture(c.picture), c.motion, c.length, c.angle));
+        printf("%s %d %.0f %.0f -> kind %d len %.2f (%.1f%%) angle %.2f (%.2f) conf %.2f\n", c.picture, c.motion, c.length, c.angle, int(e.kind), e.length, 100*(e.length/c.length-1), e.angle, c.motion ? angleError(e.angle, c.angle) : 0.0, e.confidence);
+    }
+    for (const char* name : {"camera.png", "astronaut.png"}) {
+        const BlurEstimate e = estimateBlur(workingPicture(name));
+        printf("sharp %s -> kind %d len %.2f angle %.2f conf %.2f\n", name, int(e.kind), e.length, e.angle, e.confidence);
+    }
+}
+
+} // namespace
