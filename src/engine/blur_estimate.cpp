@@ -226,11 +226,16 @@ BlurEstimate estimateBlur(const cv::Mat& grey, KindWanted wanted) {
     if (!(cv::sum(power)[0] > 0.0))
         return none; // a flat picture: nothing varies, so nothing was blurred
     const Cepstrum cepstrum = cepstrumOf(power);
+    // The picture's own smooth spectrum fills the first few quefrencies, so blurs under 5 pixels
+    // are not looked for; beyond 2/5 of the window the zeros are too close for the window to part.
     const RadiusBand band{5, side * 2 / 5};
     const PointDip point = deepestPoint(cepstrum, band);
     const RingProfile profile = ringProfile(cepstrum, band.outer);
     const RingDip ring = deepestRing(profile, band);
     const double pointZ = pointProminence(profile, point);
+    // Each model's dip is measured against what surrounds it: a disk's ring stands out from the
+    // neighbouring rings by many of their (small) spreads, while a line's pair barely moves its
+    // ring's mean; a line's pair stands out from its own ring, a disk's ring point does not.
     const bool isDisk =
         wanted == KindWanted::OutOfFocus || (wanted == KindWanted::Any && ring.prominence > pointZ);
     if (isDisk) {
