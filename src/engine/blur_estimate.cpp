@@ -150,14 +150,31 @@ constexpr double kRingToDiameter = 1.0 / 0.95;
 constexpr double kNoDip = 2.5;
 constexpr double kClearDip = 5.0;
 
-/// Pure noise has dips as prominent as a blur's, since its whole cepstrum is noise; what it lacks
-/// is depth. Depths (times the window side, which the transform divides them by) below which a dip
-/// is noise and above which it is a blur's: white noise reaches 1.3 for a point and 0.12 for a
-/// ring, blurs from 8 to 70 pixels with a little noise 10 and 1.5 at least.
-constexpr double kPointNoiseDepth = 2.5;
-constexpr double kPointBlurDepth = 6.0;
-constexpr double kRingNoiseDepth = 0.3;
-constexpr double kRingBlurDepth = 1.0;
+/// Pure noise has points nearly as prominent in their ring as a short line's, since its whole
+/// cepstrum is noise: up to about 4 spreads of the ring. A point is a line's when it stands out of
+/// its ring further than that, or when it stands out of its ring and far out of the whole band,
+/// where noise's deepest point lies about 5 spreads of the band below the mean and a line's
+/// (synthetic, 10 to 70 pixels) 17 or more.
+constexpr double kNoisyRingDip = 4.5;
+constexpr double kClearRingDip = 7.0;
+constexpr double kNoisyBandDip = 6.0;
+constexpr double kClearBandDip = 12.0;
+
+/// Spread of the cepstrum over the band.
+double bandSpread(const Cepstrum& c, RadiusBand band) {
+    double sum = 0, squares = 0;
+    int count = 0;
+    for (int y = -band.outer; y <= band.outer; ++y)
+        for (int x = -band.outer; x <= band.outer; ++x)
+            if (band.holds(std::hypot(x, y))) {
+                const double v = c.at(x, y);
+                sum += v;
+                squares += v * v;
+                ++count;
+            }
+    const double mean = sum / count;
+    return std::sqrt(std::max(squares / count - mean * mean, 1e-12));
+}
 
 double ramp(double value, double from, double to) {
     return std::clamp((value - from) / (to - from), 0.0, 1.0);
@@ -165,7 +182,6 @@ double ramp(double value, double from, double to) {
 
 struct RingDip {
     double radius = 0;
-    double depth = 0;
     double prominence = 0; // how far the ring lies below its neighbours, in their spread
 };
 
@@ -181,7 +197,7 @@ RingDip deepestRing(const RingProfile& p, RadiusBand band) {
     const double around =
         std::min(at(std::max(1, best - step)), at(std::min(band.outer + 1, best + step)));
     return {kRingToDiameter * (best + parabolicOffset(at(best - 1), at(best), at(best + 1))),
-            -at(best), (around - at(best)) / p.spread[static_cast<size_t>(best)]};
+            (around - at(best)) / p.spread[static_cast<size_t>(best)]};
 }
 
 /// How far a point lies below the rest of its ring, in the ring's spread.
@@ -213,11 +229,15 @@ int windowSide(const cv::Mat& grey) {
     return side;
 }
 
-} // namespace
+/// Reduced copies stop at this shorter side: below it there are too few windows to average.
+constexpr int kSmallestReduced = 384;
+/// What a reduced copy's answer must gain in confidence over a finer one, whose few windows make
+/// it noisier.
+constexpr double kCoarseMargin = 0.3;
+/// Blurs longer than this share of the window have zeros too close together for it to part well.
+constexpr double kLongBlurShare = 0.2;
 
-BlurEstimate estimateBlur(const cv::Mat& grey, KindWanted wanted) {
-    if (grey.type() != CV_8UC1)
-        throw std::invalid_argument("estimateBlur: the picture must be CV_8UC1");
+BlurEstimate estimateAtFullSize(const cv::Mat& grey, KindWanted wanted) {
     const BlurEstimate none{BlurKind::OutOfFocus, 0.0, 0.0, 0.0};
     if (std::min(grey.rows, grey.cols) < kSmallestWindow)
         return none;
@@ -239,15 +259,39 @@ BlurEstimate estimateBlur(const cv::Mat& grey, KindWanted wanted) {
     const bool isDisk =
         wanted == KindWanted::OutOfFocus || (wanted == KindWanted::Any && ring.prominence > pointZ);
     if (isDisk) {
-        const double confidence =
-            std::min(ramp(ring.prominence, kNoDip, kClearDip),
-                     ramp(ring.depth * side, kRingNoiseDepth, kRingBlurDepth));
-        return {BlurKind::OutOfFocus, ring.radius, 0.0, confidence};
+        return {BlurKind::OutOfFocus, ring.radius, 0.0, ramp(ring.prominence, kNoDip, kClearDip)};
     }
-    const double confidence = std::min(ramp(pointZ, kNoDip, kClearDip),
-                                       ramp(point.depth * side, kPointNoiseDepth, kPointBlurDepth));
+    const double bandZ = point.depth / bandSpread(cepstrum, band);
+    const double confidence = std::max(
+        ramp(pointZ, kNoisyRingDip, kClearRingDip),
+        std::min(ramp(pointZ, kNoDip, kClearDip), ramp(bandZ, kNoisyBandDip, kClearBandDip)));
     return {BlurKind::Motion, std::hypot(point.x, point.y) / std::numbers::sqrt2,
             sliderAngle(point.x, point.y), confidence};
+}
+
+} // namespace
+
+BlurEstimate estimateBlur(const cv::Mat& grey, KindWanted wanted) {
+    if (grey.type() != CV_8UC1)
+        throw std::invalid_argument("estimateBlur: the picture must be CV_8UC1");
+    // A working picture is often an enlarged small photograph, whose blur is then too long for a
+    // window to resolve; reduced copies bring such a blur back within reach. They answer only for
+    // blurs longer than the full size resolves well, since on short ones they see the picture's
+    // own structure or a harmonic, and only when clearly more confident.
+    BlurEstimate best = estimateAtFullSize(grey, wanted);
+    const double longBlur = windowSide(grey) * kLongBlurShare;
+    cv::Mat reduced = grey;
+    for (int factor = 2; std::min(reduced.rows, reduced.cols) >= 2 * kSmallestReduced;
+         factor *= 2) {
+        cv::resize(reduced, reduced, {}, 0.5, 0.5, cv::INTER_AREA);
+        BlurEstimate coarse = estimateAtFullSize(reduced, wanted);
+        coarse.length *= factor;
+        const double extent =
+            coarse.kind == BlurKind::Motion ? coarse.length * std::numbers::sqrt2 : coarse.length;
+        if (extent > longBlur && coarse.confidence > best.confidence + kCoarseMargin)
+            best = coarse;
+    }
+    return best;
 }
 
 } // namespace clarovi::engine
