@@ -17,7 +17,8 @@ struct BlurEstimate {
 
 /// grey: one-channel 8-bit working picture (longer side 2048). length and angle are the values
 /// that, given to MakePsfD(length, angle, width, false, motion, canvas), draw the blur. wanted
-/// restricts the answer to one kind of blur.
+/// restricts the answer to one kind of blur. A flat picture, or one under 64 pixels on a side,
+/// gives length 0 and confidence 0. Other than CV_8UC1 throws std::invalid_argument.
 BlurEstimate estimateBlur(const cv::Mat& grey, KindWanted wanted = KindWanted::Any);
 
 } // namespace clarovi::engine
