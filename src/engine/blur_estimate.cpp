@@ -1,6 +1,7 @@
 #include "blur_estimate.h"
 
-#include <opencv2/core/utility.hpp>
+#include "power_spectrum.h"
+
 #include <opencv2/imgproc.hpp>
 
 #include <algorithm>
@@ -29,41 +30,6 @@ struct Cepstrum {
         return values.at<float>((y % side + side) % side, (x % side + side) % side);
     }
 };
-
-/// Welch's average of the windowed power spectra over half-overlapping windows: one window's
-/// periodogram is too noisy for its zeros to show, and the average keeps them where they are.
-cv::Mat averagePowerSpectrum(const cv::Mat& grey, int side) {
-    cv::Mat hann;
-    cv::createHanningWindow(hann, {side, side}, CV_32F);
-    const int stride = side / 2;
-    const int across = (grey.cols - side) / stride + 1;
-    const int down = (grey.rows - side) / stride + 1;
-    std::vector<cv::Mat> rowSums(static_cast<size_t>(down));
-    cv::parallel_for_(cv::Range(0, down), [&](const cv::Range& rows) {
-        cv::Mat patch, spectrum;
-        for (int row = rows.start; row < rows.end; ++row) {
-            cv::Mat sum(side, side, CV_32F, cv::Scalar(0));
-            for (int col = 0; col < across; ++col) {
-                grey(cv::Rect(col * stride, row * stride, side, side)).convertTo(patch, CV_32F);
-                // The mean is removed so that the window's own transform does not leak around DC.
-                patch -= cv::mean(patch)[0];
-                patch = patch.mul(hann);
-                cv::dft(patch, spectrum, cv::DFT_COMPLEX_OUTPUT);
-                for (int y = 0; y < side; ++y) {
-                    const auto* c = spectrum.ptr<cv::Vec2f>(y);
-                    auto* s = sum.ptr<float>(y);
-                    for (int x = 0; x < side; ++x)
-                        s[x] += c[x][0] * c[x][0] + c[x][1] * c[x][1];
-                }
-            }
-            rowSums[static_cast<size_t>(row)] = sum;
-        }
-    });
-    cv::Mat total = rowSums.front().clone();
-    for (size_t i = 1; i < rowSums.size(); ++i)
-        total += rowSums[i];
-    return total;
-}
 
 Cepstrum cepstrumOf(const cv::Mat& power) {
     // A floor far below the picture's level keeps log finite where the spectrum is exactly 0.
