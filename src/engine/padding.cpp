@@ -21,7 +21,7 @@ constexpr double kMaxPad = 1 << 16;
 
 } // namespace
 
-double padMultiplier(const PadParameters& parameters) {
+double padMultiplier(const PadParameters& parameters, bool quiet) {
     // The single-precision steps are deliberate: they fix the last digits of the border width.
     const double range = static_cast<double>(parameters.muMax - parameters.muMin);
     const double a = std::pow(kE, static_cast<double>(parameters.muStart));
@@ -33,10 +33,12 @@ double padMultiplier(const PadParameters& parameters) {
     if (!(denominator > 0.0) || !std::isfinite(multiplier)) {
         // A sharpness range starting at 0 would divide by zero; the ratio term then counts as 1.
         multiplier = lengthTerm + 0.25;
-        logLine("MULTIPLIER fallback: sharpness range gives denominator %f, ratio taken as 1",
-                denominator);
+        if (!quiet)
+            logLine("MULTIPLIER fallback: sharpness range gives denominator %f, ratio taken as 1",
+                    denominator);
     }
-    logLine("MULTIPLIER %f", multiplier);
+    if (!quiet)
+        logLine("MULTIPLIER %f", multiplier);
     return multiplier;
 }
 

@@ -15,8 +15,9 @@ struct PadParameters {
 
 /// The border multiplier: eventLength / 25 + 0.25 * muMax / (muMin + sinh(muStart) / sinh(1) *
 /// (muMax - muMin)). When the denominator is not positive or the result not finite it falls back
-/// to eventLength / 25 + 0.25 and logs it. Logs "MULTIPLIER %f".
-double padMultiplier(const PadParameters& parameters);
+/// to eventLength / 25 + 0.25 and logs it. Logs "MULTIPLIER %f" unless quiet (a caller that only
+/// asks what a restoration would do).
+double padMultiplier(const PadParameters& parameters, bool quiet = false);
 
 /// Grows source by a replicated border of trunc(multiplier * rows / 18.32) pixels (never
 /// negative) on all four sides and returns the padded matrix; logs "FINAL %d" with its rows.

@@ -1,8 +1,12 @@
 #include "power_spectrum.h"
 
+#include "frequency.h"
+
 #include <opencv2/core/utility.hpp>
 #include <opencv2/imgproc.hpp>
 
+#include <algorithm>
+#include <cmath>
 #include <stdexcept>
 #include <vector>
 
@@ -18,6 +22,39 @@ void addPower(const cv::Mat& spectrum, cv::Mat& sum) {
         for (int x = 0; x < sum.cols; ++x)
             s[x] += c[x][0] * c[x][0] + c[x][1] * c[x][1];
     }
+}
+
+// The value below which the given share of the matrix's values lie.
+float percentile(const cv::Mat& values, double share) {
+    std::vector<float> sorted(values.begin<float>(), values.end<float>());
+    const auto at = sorted.begin() + std::ptrdiff_t(share * double(sorted.size() - 1));
+    std::nth_element(sorted.begin(), at, sorted.end());
+    return *at;
+}
+
+// The frequency, in cycles per pixel, up to which a centred log power spectrum holds more than
+// noise: beyond it the mean over each ring stays within a factor e^2 of the level at the highest
+// frequencies. Never below 1/16, so that a blurred-out picture still shows its centre.
+double signalBand(const cv::Mat& centredLogPower) {
+    const int side = centredLogPower.cols;
+    const int rings = side / 2;
+    std::vector<double> sums(size_t(rings), 0.0);
+    std::vector<int> counts(size_t(rings), 0);
+    for (int y = 0; y < side; ++y)
+        for (int x = 0; x < side; ++x) {
+            const int r = int(std::hypot(x - rings, y - rings));
+            if (r < rings) {
+                sums[size_t(r)] += centredLogPower.at<float>(y, x);
+                ++counts[size_t(r)];
+            }
+        }
+    const auto mean = [&](int r) { return sums[size_t(r)] / counts[size_t(r)]; };
+    const double noise = mean(rings - 1);
+    int edge = rings - 1;
+    while (edge > side / 32 && mean(edge) < noise + 2.0)
+        --edge;
+    // A margin past the edge, so that the last ring of signal is not on the border.
+    return std::min(0.5, 1.25 * edge / side);
 }
 
 } // namespace
@@ -51,6 +88,24 @@ cv::Mat averagePowerSpectrum(const cv::Mat& grey, int side) {
     for (size_t i = 1; i < rowSums.size(); ++i)
         total += rowSums[i];
     return total;
+}
+
+SpectrumPicture logPowerPicture(const cv::Mat& power) {
+    if (power.empty())
+        return {};
+    cv::Mat logPower;
+    // The floor keeps exact zeros finite, far below anything a picture's spectrum holds.
+    cv::log(power + cv::Scalar(1e-12 * cv::mean(power)[0] + 1e-30), logPower);
+    swapQuadrants(logPower, logPower);
+    const double maxFrequency = signalBand(logPower);
+    const int half = std::max(1, int(std::lround(maxFrequency * logPower.cols)));
+    const cv::Point centre(logPower.cols / 2, logPower.rows / 2);
+    const cv::Mat shown = logPower(cv::Rect(centre.x - half, centre.y - half, 2 * half, 2 * half));
+    const float low = percentile(shown, 0.01);
+    const double range = std::max(double(percentile(shown, 0.999) - low), 1e-6);
+    cv::Mat picture;
+    shown.convertTo(picture, CV_8U, 255.0 / range, -255.0 * low / range);
+    return {picture, double(half) / logPower.cols};
 }
 
 } // namespace clarovi::engine

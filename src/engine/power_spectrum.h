@@ -11,4 +11,18 @@ namespace clarovi::engine {
 /// channel, any depth, at least side x side; side even and at least 2. Throws otherwise.
 cv::Mat averagePowerSpectrum(const cv::Mat& grey, int side);
 
+/// A power spectrum as a picture to look at, and the frequencies it covers.
+struct SpectrumPicture {
+    cv::Mat picture;         ///< CV_8UC1, square, the zero frequency at its centre
+    double maxFrequency = 0; ///< cycles per pixel from the centre to each edge, at most 0.5
+};
+
+/// A power spectrum (zero frequency at (0, 0), as averagePowerSpectrum gives it) as a picture:
+/// log power with the zero frequency at the centre, cut to the frequencies where the picture has
+/// more than noise (an enlarged photograph has nothing near 0.5 cycles per pixel, and a blur's
+/// pattern would be lost in the middle of a mostly dark square), stretched to 0..255 between its
+/// 1st and 99.9th percentiles so that neither the brightest frequencies nor the deepest zeros take
+/// the whole range. An empty input gives an empty picture.
+SpectrumPicture logPowerPicture(const cv::Mat& power);
+
 } // namespace clarovi::engine

@@ -1,0 +1,66 @@
+#include "blur_geometry.h"
+
+#include "engine/padding.h"
+#include "slider_ranges.h"
+
+#include <algorithm>
+
+namespace clarovi::jobs {
+
+namespace {
+
+// How much the square copy stretches the photograph shown, across and down (1 along its longer
+// side).
+cv::Point2d copyStretch(const ControllerState& state) {
+    if (state.displayWidth <= 0 || state.displayHeight <= 0)
+        return {1.0, 1.0};
+    return {state.workingSide / state.displayWidth, state.workingSide / state.displayHeight};
+}
+
+} // namespace
+
+double restoredBlurLength(float sliderLength, const ControllerState& state) {
+    if (!state.keepAspect)
+        return sliderLength;
+    engine::PadParameters pad = state.padParameters();
+    pad.eventLength = sliderLength;
+    const int side = state.workingSide;
+    const int border = engine::borderWidth(engine::padMultiplier(pad, true), side);
+    return sliderLength * double(side + 2 * border) / side;
+}
+
+float sliderLengthFor(double blurLength, const ControllerState& state) {
+    // The blur undone grows with the slider (the border widens with it), so halving the slider's
+    // range finds it; 30 halvings take it far below the slider's step.
+    float low = kLengthRange.minimum;
+    float high = kLengthRange.maximum;
+    for (int i = 0; i < 30; ++i) {
+        const float middle = 0.5f * (low + high);
+        (restoredBlurLength(middle, state) < blurLength ? low : high) = middle;
+    }
+    return 0.5f * (low + high);
+}
+
+engine::BlurShape shownBlurOf(const SliderSetting& setting, bool motion,
+                              const ControllerState& state) {
+    const engine::BlurKind kind = motion ? engine::BlurKind::Motion : engine::BlurKind::OutOfFocus;
+    const cv::Point2d stretch = copyStretch(state);
+    return engine::shapeOf(kind, restoredBlurLength(setting.length, state), setting.angle)
+        .stretched(1.0 / stretch.x, 1.0 / stretch.y);
+}
+
+SliderSetting settingFor(const engine::BlurShape& shown, const ControllerState& state) {
+    // A disk is measured along the photograph's longer side, where the copy does not stretch it:
+    // its other axis grows on the copy, and a disk that large would ring along the longer side.
+    engine::BlurShape onCopy = shown;
+    if (shown.kind == engine::BlurKind::Motion) {
+        const cv::Point2d stretch = copyStretch(state);
+        onCopy = shown.stretched(stretch.x, stretch.y);
+    } else {
+        onCopy.extent.x = std::max(shown.extent.x, shown.extent.y);
+    }
+    const engine::PsfArguments psf = engine::psfArgumentsOf(onCopy);
+    return {sliderLengthFor(psf.length, state), psf.angle};
+}
+
+} // namespace clarovi::jobs

@@ -1,0 +1,37 @@
+#pragma once
+
+#include "controller_state.h"
+#include "engine/blur_shape.h"
+
+namespace clarovi::jobs {
+
+// The sliders set the PSF that restores the square working copy of the photograph. With Fixed
+// size on, a job pads that copy and brings it back to workingSide, so the picture shrinks under a
+// PSF that keeps its size: the blur undone is longer than the slider's value. And the square copy
+// stretches a photograph that is not square, so a blur on the photograph as shown has another
+// length and angle on the copy. These functions go between the two.
+
+/// The PSF length, in working pixels, that the main view's restoration undoes with the length
+/// slider at sliderLength once it has been let go there.
+double restoredBlurLength(float sliderLength, const ControllerState& state);
+
+/// The slider length whose restoration undoes a blur of this PSF length (working pixels), within
+/// the slider's range.
+float sliderLengthFor(double blurLength, const ControllerState& state);
+
+/// A setting of the length and angle sliders.
+struct SliderSetting {
+    float length = 0;
+    double angle = 0;
+};
+
+/// The blur that the sliders at setting undo, as it lies on the photograph shown (its own aspect
+/// ratio, longer side workingSide).
+engine::BlurShape shownBlurOf(const SliderSetting& setting, bool motion,
+                              const ControllerState& state);
+
+/// The sliders that undo a blur lying on the photograph shown; the inverse of shownBlurOf where
+/// the slider's range allows.
+SliderSetting settingFor(const engine::BlurShape& shown, const ControllerState& state);
+
+} // namespace clarovi::jobs
