@@ -5,7 +5,7 @@ set -euo pipefail
 packages=(
   g++ cmake ninja-build pkg-config git
   qt6-base-dev qt6-image-formats-plugins libgl-dev fonts-dejavu-core
-  libopencv-dev libfftw3-dev libexiv2-dev libtiff-dev
+  libopencv-dev libfftw3-dev libexiv2-dev libtiff-dev libpng-dev
   libgtest-dev libgmock-dev libbenchmark-dev desktop-file-utils
   clang-format clang libclang-rt-14-dev
 )

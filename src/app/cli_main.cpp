@@ -1,6 +1,8 @@
 #include "auto/auto_search.h"
 #include "cli_options.h"
+#include "engine/blur_estimate.h"
 #include "engine/memory_policy.h"
+#include "jobs/blur_estimation.h"
 #include "jobs/control_sequences.h"
 #include "jobs/controller_state.h"
 #include "jobs/full_size_export.h"
@@ -8,15 +10,16 @@
 #include "jobs/picture_file.h"
 #include "jobs/restoration_jobs.h"
 #include "jobs/slider_ranges.h"
+#include "search_writer.h"
 
 #include <QCoreApplication>
 #include <QDir>
 #include <QFileInfo>
 #include <QLoggingCategory>
-#include <QSaveFile>
 
 #include <cstdio>
 #include <exception>
+#include <optional>
 
 namespace {
 
@@ -54,64 +57,92 @@ void restore(const app::CliOptions& options, jobs::ControlSequences& sequences,
         restorations.runCompFalse();
 }
 
-// The folders of path that do not exist yet, the outermost first.
-QStringList missingFolders(const QString& path) {
-    QStringList missing;
-    for (QString folder = QDir::cleanPath(QDir::current().absoluteFilePath(path));
-         !QFileInfo::exists(folder); folder = QFileInfo(folder).path())
-        missing.prepend(folder);
-    return missing;
-}
-
-// Every thumbnail as OUTDIR/NNNN.png and their index.csv; an empty string, or why not. What a
-// failed write leaves behind goes again: the files written and the folders made.
-QString writeSearch(const std::vector<autosearch::AutoResult>& results, const QString& folder) {
-    const QStringList made = missingFolders(folder);
-    QStringList written;
-    auto fail = [&](const QString& error) {
-        for (const QString& file : written)
-            QFile::remove(file);
-        if (!made.isEmpty())
-            QDir(made.first()).removeRecursively();
-        return error;
-    };
-    if (!QDir().mkpath(folder))
-        return fail(QStringLiteral("Cannot create the folder \u201c%1\u201d.").arg(folder));
-    const QDir dir(folder);
-    QString index = QStringLiteral("index,searched length,label length,angle\n");
-    for (size_t k = 0; k < results.size(); ++k) {
-        const autosearch::AutoResult& result = results[k];
-        const QString path = dir.filePath(QStringLiteral("%1.png").arg(k, 4, 10, QLatin1Char('0')));
-        if (const QString error = jobs::savePng(result.thumbnail, path); !error.isEmpty())
-            return fail(error);
-        written << path;
-        index += QStringLiteral("%1,%2,%3,%4\n")
-                     .arg(k)
-                     .arg(result.searchedLength)
-                     .arg(result.labelLength)
-                     .arg(double(result.angle));
+// The automatic search of the window's auto button, without the window: over the grid, or
+// around a setting; progress on stderr as the overlay shows it, every result written out while
+// the search goes on. Picking one is the window's business.
+int runSearch(const app::CliOptions& options, const jobs::ControllerState& state,
+              std::optional<jobs::SliderSetting> around = {}) {
+    app::SearchWriter writer(options.autoDir);
+    if (const QString error = writer.open(); !error.isEmpty()) {
+        printError(error);
+        return 1;
     }
-    QSaveFile file(dir.filePath(QStringLiteral("index.csv")));
-    if (!file.open(QIODevice::WriteOnly) || file.write(index.toUtf8()) < 0 || !file.commit())
-        return fail(
-            QStringLiteral("Cannot save \u201cindex.csv\u201d: %1.").arg(file.errorString()));
-    return {};
-}
-
-// The automatic search of the window's auto button, without the window: progress on stderr as
-// the overlay shows it, every result written out. Picking one is the window's business.
-int runSearch(const app::CliOptions& options, jobs::ControllerState& state) {
-    autosearch::AutoSearch search(autosearch::snapshotOf(state));
-    search.run([](const autosearch::ProgressUpdate& update) {
-        std::fprintf(stderr, "%3.0f%%  Remaining time: %.0f\n", 100.0 * update.fraction,
-                     update.remaining);
-    });
-    const QString error = writeSearch(search.results, options.autoDir);
-    if (!error.isEmpty()) {
+    autosearch::AutoSearch search(autosearch::snapshotOf(state, around));
+    size_t queued = 0;
+    search.run(
+        [&](const autosearch::ProgressUpdate& update) {
+            for (; queued < search.results.size(); ++queued)
+                writer.add(search.results[queued]);
+            std::fprintf(stderr, "%3.0f%%  Remaining time: %.0f\n", 100.0 * update.fraction,
+                         update.remaining);
+        },
+        [&] { return writer.failed(); });
+    if (const QString error = writer.finish(); !error.isEmpty()) {
         printError(error);
         return 1;
     }
     return 0;
+}
+
+// The blur found in the opened picture, as the sliders take it.
+jobs::EstimatedSetting estimateOf(const jobs::ControllerState& state, engine::KindWanted wanted) {
+    const cv::Mat grey =
+        jobs::shownGreyPicture(state.sourceImage, QSizeF(state.displayWidth, state.displayHeight));
+    return jobs::settingOf(engine::estimateBlur(grey, wanted), state);
+}
+
+// One line on stdout, in the C locale's numbers: "focus LENGTH CONFIDENCE" or
+// "motion LENGTH ANGLE CONFIDENCE".
+void printEstimate(const jobs::EstimatedSetting& found) {
+    const QString line = found.estimate.kind == engine::BlurKind::Motion
+                             ? QStringLiteral("motion %1 %2 %3")
+                                   .arg(double(found.setting.length), 0, 'f', 1)
+                                   .arg(found.setting.angle, 0, 'f', 1)
+                                   .arg(found.estimate.confidence, 0, 'f', 2)
+                             : QStringLiteral("focus %1 %2")
+                                   .arg(double(found.setting.length), 0, 'f', 1)
+                                   .arg(found.estimate.confidence, 0, 'f', 2);
+    std::printf("%s\n", line.toUtf8().constData());
+}
+
+// What the window shows, written to output; 1 after a failed job or save.
+int saveShown(const jobs::HeadlessWindow& window, const QString& output) {
+    for (const QString& error : window.errors)
+        printError(error);
+    if (!window.errors.isEmpty())
+        return 1;
+    const QString saveError = jobs::savePng(window.shown, output);
+    if (!saveError.isEmpty()) {
+        printError(saveError);
+        return 1;
+    }
+    return 0;
+}
+
+// --estimate and --around-estimate: the blur found in the picture printed, restored with, or
+// searched around.
+int runEstimate(const app::CliOptions& options, jobs::ControllerState& state,
+                jobs::HeadlessWindow& window, jobs::ControlSequences& sequences,
+                jobs::RestorationJobs& restorations) {
+    const jobs::EstimatedSetting found = estimateOf(state, options.wanted());
+    if (options.estimate)
+        printEstimate(found);
+    if (options.estimate && options.output.isEmpty())
+        return 0;
+    if (!found.clear) {
+        printError(QStringLiteral("No clear blur found, so nothing was %1.")
+                       .arg(options.aroundEstimate ? QStringLiteral("searched")
+                                                   : QStringLiteral("restored")));
+        return 1;
+    }
+    if (options.aroundEstimate) {
+        state.motionBlur = found.estimate.kind == engine::BlurKind::Motion;
+        return runSearch(options, state, found.setting);
+    }
+    sequences.applyEstimate(found);
+    if (options.rgb)
+        restorations.runCompFalse();
+    return saveShown(window, options.output);
 }
 
 // The blur model and sharpness the options set, as the window's controls would show them.
@@ -186,20 +217,12 @@ int run(const app::CliOptions& options) {
     sequences.setUpDefaults();
     sequences.pickImg(loaded.image);
     applyOptions(options, state, window);
+    if (options.estimate || options.aroundEstimate)
+        return runEstimate(options, state, window, sequences, restorations);
     if (!options.autoDir.isEmpty())
         return runSearch(options, state);
     restore(options, sequences, restorations);
-    if (!window.errors.isEmpty()) {
-        for (const QString& error : window.errors)
-            printError(error);
-        return 1;
-    }
-    const QString saveError = jobs::savePng(window.shown, options.output);
-    if (!saveError.isEmpty()) {
-        printError(saveError);
-        return 1;
-    }
-    return 0;
+    return saveShown(window, options.output);
 }
 
 } // namespace

@@ -80,6 +80,23 @@ QString readExportOptions(const QCommandLineParser& parser,
     return {};
 }
 
+// Why the estimate's options do not go with the others given, or an empty string. searchOrOther:
+// --auto, --tiled or --full-size given; setting: --length, --angle or --width given.
+QString estimateConflict(const CliOptions& options, bool searchOrOther, bool setting) {
+    const bool search = !options.autoDir.isEmpty();
+    if (options.focus && options.motion)
+        return QStringLiteral("--focus and --motion exclude each other");
+    if (options.focus && !options.estimate && !options.aroundEstimate)
+        return QStringLiteral("--focus goes with --estimate or --around-estimate");
+    if (options.aroundEstimate && !search)
+        return QStringLiteral("--around-estimate goes with --auto");
+    if (options.estimate && searchOrOther)
+        return QStringLiteral("--estimate goes with neither --auto, --tiled nor --full-size");
+    if ((options.estimate || options.aroundEstimate) && setting)
+        return QStringLiteral("--length, --angle and --width are the estimate's to set");
+    return {};
+}
+
 } // namespace
 
 CliParseResult parseCliOptions(const QStringList& arguments) {
@@ -89,11 +106,24 @@ CliParseResult parseCliOptions(const QStringList& arguments) {
         "colour restoration with --rgb, at the photograph's aspect ratio, longer side 2048; "
         "with --tiled the live preview of a slider drag (longer side 1024); with --auto the "
         "thumbnails of the automatic search, one PNG each, and their index.csv; with --full-size "
-        "the whole photograph at its own size, in colour, with its metadata."));
+        "the whole photograph at its own size, in colour, with its metadata. --estimate prints "
+        "the blur found in the photograph as the sliders would take it, on one line: "
+        "\"focus LENGTH CONFIDENCE\" or \"motion LENGTH ANGLE CONFIDENCE\"."));
     const QCommandLineOption helpOption = parser.addHelpOption();
     const QCommandLineOption motionOption(
         QStringLiteral("motion"),
         QStringLiteral("Motion blur (a line) instead of defocus (a disk)."));
+    const QCommandLineOption focusOption(
+        QStringLiteral("focus"),
+        QStringLiteral("With --estimate or --around-estimate: look for out-of-focus blur only "
+                       "(--motion: motion blur only)."));
+    const QCommandLineOption estimateOption(
+        QStringLiteral("estimate"),
+        QStringLiteral("Find the blur in INPUT and print it; with OUTPUT, restore with it too."));
+    const QCommandLineOption aroundOption(
+        QStringLiteral("around-estimate"),
+        QStringLiteral("With --auto: search finely around the blur found in INPUT instead of the "
+                       "fixed grid."));
     const QCommandLineOption rgbOption(
         QStringLiteral("rgb"), QStringLiteral("Restore in colour, not only the grey preview."));
     const NumberOption length{numberOption(QStringLiteral("length"),
@@ -146,8 +176,8 @@ CliParseResult parseCliOptions(const QStringList& arguments) {
         QStringLiteral("format"), QStringLiteral("With --out-dir: png, tif or jpg (default png)."),
         QStringLiteral("EXT"));
     for (const QCommandLineOption* option :
-         {&tiledOption, &autoOption, &verboseOption, &fullSizeOption, &depthOption, &qualityOption,
-          &outDirOption, &formatOption})
+         {&focusOption, &estimateOption, &aroundOption, &tiledOption, &autoOption, &verboseOption,
+          &fullSizeOption, &depthOption, &qualityOption, &outDirOption, &formatOption})
         parser.addOption(*option);
     parser.addPositionalArgument(
         QStringLiteral("INPUT"),
@@ -180,7 +210,15 @@ CliParseResult parseCliOptions(const QStringList& arguments) {
         return refusal(QStringLiteral("--auto expects a folder"));
     options.verbose = parser.isSet(verboseOption);
     options.motion = parser.isSet(motionOption);
+    options.focus = parser.isSet(focusOption);
+    options.estimate = parser.isSet(estimateOption);
+    options.aroundEstimate = parser.isSet(aroundOption);
     options.rgb = parser.isSet(rgbOption);
+    error = estimateConflict(
+        options, search || parser.isSet(tiledOption) || parser.isSet(fullSizeOption),
+        parser.isSet(length.option) || parser.isSet(angle.option) || parser.isSet(width.option));
+    if (!error.isEmpty())
+        return refusal(error);
     options.fullSize = parser.isSet(fullSizeOption);
     options.outDir = parser.value(outDirOption);
     const bool batch = parser.isSet(outDirOption);
@@ -202,14 +240,15 @@ CliParseResult parseCliOptions(const QStringList& arguments) {
         return {CliParseResult::Outcome::Run, options, {}};
     }
     const qsizetype expected = search ? 1 : 2;
-    if (files.size() != expected)
+    const bool fits = files.size() == expected || (options.estimate && files.size() == 1);
+    if (!fits)
         return refusal(
             QStringLiteral("expected %1, got %2 file argument%3")
                 .arg(search ? QStringLiteral("INPUT") : QStringLiteral("INPUT and OUTPUT"))
                 .arg(files.size())
                 .arg(files.size() == 1 ? "" : "s"));
     options.input = files[0];
-    options.output = search ? QString() : files[1];
+    options.output = files.size() == 2 ? files[1] : QString();
     options.tiled = parser.isSet(tiledOption);
     if (options.tiled && (search || parser.isSet(rgbOption)))
         return refusal(QStringLiteral("--tiled goes with neither --rgb nor --auto"));

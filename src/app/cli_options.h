@@ -1,5 +1,6 @@
 #pragma once
 
+#include "engine/blur_estimate.h"
 #include "jobs/slider_ranges.h"
 
 #include <QString>
@@ -20,6 +21,9 @@ struct CliOptions {
     QString outDir;        ///< --out-dir: the folder a batch of exports goes to
     QString format = QStringLiteral("png"); ///< --format: the extension of a batch's files
     bool motion = false;
+    bool focus = false;          ///< with an estimate: look for out-of-focus blur only
+    bool estimate = false;       ///< print the estimated blur; restore with it when given OUTPUT
+    bool aroundEstimate = false; ///< with --auto: search around the estimated blur
     bool rgb = false;
     bool tiled = false;          ///< one live preview, as a drag step of the length slider makes it
     bool verbose = false;        ///< print the program's log lines and what the decoders report
@@ -30,6 +34,11 @@ struct CliOptions {
     float sharpness = jobs::kSharpnessRange.initial;
 
     float lengthOrInitial() const { return length.value_or(jobs::kLengthRange.initial); }
+    /// The kind of blur an estimate looks for.
+    engine::KindWanted wanted() const {
+        return motion ? engine::KindWanted::Motion
+                      : (focus ? engine::KindWanted::OutOfFocus : engine::KindWanted::Any);
+    }
     float widthOrInitial() const { return width.value_or(jobs::kWidthRange.initial); }
 };
 
@@ -43,8 +52,9 @@ struct CliParseResult {
 };
 
 /// Reads arguments (the program name first, as QCoreApplication::arguments() gives them).
-/// Refuses unknown options, numbers that do not parse or lie outside their slider's range, and
-/// anything but exactly two positional arguments (one for --auto, one or more for --out-dir).
+/// Refuses unknown options, numbers that do not parse or lie outside their slider's range, options
+/// that do not go together, and anything but exactly two positional arguments (one for --auto,
+/// one or two for --estimate, one or more for --out-dir).
 CliParseResult parseCliOptions(const QStringList& arguments);
 
 } // namespace clarovi::app

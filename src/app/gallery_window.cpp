@@ -1,15 +1,21 @@
 #include "gallery_window.h"
 
+#include "auto/auto_search.h"
 #include "engine/log.h"
 
 #include <QApplication>
+#include <QCheckBox>
 #include <QCloseEvent>
+#include <QHBoxLayout>
 #include <QListView>
 #include <QPainter>
 #include <QPushButton>
 #include <QScreen>
 #include <QStyle>
+#include <QTimer>
 #include <QVBoxLayout>
+
+#include <utility>
 
 namespace clarovi::app {
 
@@ -17,13 +23,30 @@ namespace {
 constexpr int kTile = 400;
 constexpr int kBorder = 2;
 constexpr int kLabelHeight = 28;
+constexpr int kBestBorder = 4;
 const QColor kDarkGrey(0x55, 0x55, 0x55);
+const QColor kBestColour(0xf2, 0xc1, 0x4e);
 // Room for the window manager's title bar and borders, which the window's own size leaves out.
 const QSize kFrameAllowance(16, 48);
 } // namespace
 
 QSize LabelItem::sizeHint(const QStyleOptionViewItem&, const QModelIndex&) const {
     return {kTile, kTile};
+}
+
+// The best-scoring tile: a bright frame and a word in its corner.
+void LabelItem::markBest(QPainter* painter, const QRect& tile) {
+    painter->setPen(QPen(kBestColour, kBestBorder));
+    painter->setBrush(Qt::NoBrush);
+    const int inset = kBestBorder / 2;
+    painter->drawRect(tile.adjusted(inset, inset, -inset, -inset));
+    const QString word = QObject::tr("Best score");
+    const QRect badge = painter->fontMetrics().boundingRect(word).adjusted(-6, -3, 6, 3);
+    const QRect placed = badge.translated(tile.topLeft() - badge.topLeft() +
+                                          QPoint(kBestBorder + 4, kBestBorder + 4));
+    painter->fillRect(placed, kBestColour);
+    painter->setPen(Qt::black);
+    painter->drawText(placed, Qt::AlignCenter, word);
 }
 
 void LabelItem::paint(QPainter* painter, const QStyleOptionViewItem& option,
@@ -50,6 +73,8 @@ void LabelItem::paint(QPainter* painter, const QStyleOptionViewItem& option,
     painter->setPen(Qt::white);
     const QRect labelArea(tile.left(), imageArea.bottom(), tile.width(), kLabelHeight);
     painter->drawText(labelArea, Qt::AlignCenter, index.data(Qt::DisplayRole).toString());
+    if (index.data(autosearch::GalleryModel::kBestRole).toBool())
+        markBest(painter, tile);
     painter->restore();
 }
 
@@ -76,6 +101,15 @@ AutoViewController::AutoViewController(QWidget* parent)
     m_colView->setToolTip(tr("Click the restoration that looks best: its setting goes to the "
                              "sliders and is restored in colour"));
 
+    auto* sort = new QCheckBox(tr("Sort by score"), this);
+    sort->setObjectName(QStringLiteral("sortByScore"));
+    sort->setToolTip(tr("Show the best-scoring restorations first; the score favours sharp edges "
+                        "without ringing"));
+    connect(sort, &QCheckBox::toggled, this, [this](bool sorted) {
+        m_model.sortByScore(sorted);
+        showBest();
+    });
+
     auto* keep = new QPushButton(tr("Keep current settings"), this);
     keep->setObjectName(QStringLiteral("keepBtn"));
     keep->setToolTip(tr("Close the gallery and keep the settings you had"));
@@ -84,9 +118,28 @@ AutoViewController::AutoViewController(QWidget* parent)
         close();
     });
 
+    auto* buttons = new QHBoxLayout;
+    buttons->addWidget(sort);
+    buttons->addStretch();
+    buttons->addWidget(keep);
     auto* layout = new QVBoxLayout(this);
     layout->addWidget(m_colView);
-    layout->addWidget(keep, 0, Qt::AlignRight);
+    layout->addLayout(buttons);
+}
+
+void AutoViewController::showBest() {
+    const QModelIndex best = m_model.index(m_model.bestRow());
+    if (!best.isValid())
+        return;
+    m_colView->setCurrentIndex(best);
+    m_colView->scrollTo(best, QAbstractItemView::PositionAtCenter);
+}
+
+void AutoViewController::showEvent(QShowEvent* event) {
+    QWidget::showEvent(event);
+    // Laid out only once shown: before that the view cannot tell where the best tile lies.
+    if (!std::exchange(m_shownOnce, true))
+        QTimer::singleShot(0, this, &AutoViewController::showBest);
 }
 
 // Three columns by two rows where the screen has room; on a smaller screen the grid scrolls.
@@ -106,6 +159,7 @@ void AutoViewController::pick(const QModelIndex& index) {
     shared.selectedLength = double(result.labelLength);
     shared.selectedAngle = double(result.angle);
     shared.selectedWidth = 0.2;
+    shared.selectedSharpness = autosearch::kSearchSharpness;
     shared.putImg = result.thumbnail;
     shared.toPut = true;
     m_pickMade = true;

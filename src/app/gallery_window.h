@@ -21,10 +21,13 @@ class LabelItem : public QStyledItemDelegate {
     QSize sizeHint(const QStyleOptionViewItem& option, const QModelIndex& index) const override;
 
   private:
+    static void markBest(QPainter* painter, const QRect& tile);
+
     mutable QSet<int> m_made; // tiles painted at least once
 };
 
-/// The results gallery: every thumbnail of the latest search with its label. A click picks that
+/// The results gallery: every thumbnail of the latest search with its label, opened on the
+/// best-scoring one, which is marked; "Sort by score" puts the best first. A click picks that
 /// setting and closes the gallery; "Keep current settings" closes it without a pick; closing it
 /// any other way without a pick quits the application.
 class AutoViewController : public QWidget {
@@ -44,15 +47,19 @@ class AutoViewController : public QWidget {
 
   protected:
     void closeEvent(QCloseEvent* event) override;
+    void showEvent(QShowEvent* event) override;
 
   private:
     void fitToScreen(QSize wanted);
+    /// Makes the best-scoring tile the current one and scrolls it to the middle of the view.
+    void showBest();
     void pick(const QModelIndex& index);
 
     autosearch::GalleryModel m_model;
     QListView* m_colView = nullptr;
     bool m_pickMade = false;
     bool m_keep = false;
+    bool m_shownOnce = false;
     std::function<void()> m_terminate;
 };
 

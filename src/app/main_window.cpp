@@ -25,6 +25,8 @@
 #include <QPushButton>
 #include <QSettings>
 #include <QStatusBar>
+#include <QToolButton>
+#include <QVBoxLayout>
 #include <QtConcurrent/QtConcurrentRun>
 
 #include <cmath>
@@ -47,10 +49,12 @@ const char* const kStyle = R"(
 QWidget#central, QWidget#sidePanel, QWidget#neCont { background: #555555; }
 QLabel#maintitle { font-size: 26px; font-weight: bold; letter-spacing: 3px; }
 QLabel#settingInfo { font-size: 15px; }
-QWidget#sidePanel QPushButton { background: #6b6b6b; border: 1px solid #2f2f2f;
-                                border-radius: 5px; padding: 6px 12px; }
+QWidget#sidePanel QPushButton, QWidget#sidePanel QToolButton {
+    background: #6b6b6b; border: 1px solid #2f2f2f; border-radius: 5px; padding: 6px 12px; }
+QWidget#sidePanel QToolButton { padding-right: 24px; }
+QWidget#sidePanel QToolButton::menu-button { border-left: 1px solid #2f2f2f; width: 20px; }
 QWidget#sidePanel QPushButton:checked { background: #3d7be0; }
-QWidget#sidePanel QPushButton:disabled { color: #9a9a9a; }
+QWidget#sidePanel QPushButton:disabled, QWidget#sidePanel QToolButton:disabled { color: #9a9a9a; }
 QPushButton#movedSw { border-radius: 20px; padding: 0; font-weight: bold; }
 )";
 
@@ -171,14 +175,17 @@ void MainWindow::buildMenus() {
     auto* picture = menuBar()->addMenu(tr("&Picture"));
     QAction* colour = picture->addAction(tr("Restore in &Colour"), QKeySequence(tr("Ctrl+R")),
                                          m_panel->rgbBtn, &QPushButton::click);
+    QAction* estimate = picture->addAction(tr("&Estimate Blur"), QKeySequence(tr("Ctrl+E")),
+                                           m_panel->estimateBtn, &QToolButton::click);
     QAction* search = picture->addAction(tr("&Auto Search"), QKeySequence(tr("A")),
                                          m_panel->autobtn, &QPushButton::click);
     // The menus offer what the buttons do, when they do it; a shortcut meanwhile clicks a button
     // that may be off, which does nothing.
-    const std::tuple<QMenu*, QAction*, QPushButton*> mirrors[] = {
+    const std::tuple<QMenu*, QAction*, QAbstractButton*> mirrors[] = {
         {file, save, m_panel->saveBtn},
         {file, exportAction, m_panel->exportBtn},
         {picture, colour, m_panel->rgbBtn},
+        {picture, estimate, m_panel->estimateBtn},
         {picture, search, m_panel->autobtn}};
     for (const auto& [menu, action, button] : mirrors) {
         connect(menu, &QMenu::aboutToShow, action,
@@ -248,6 +255,14 @@ void MainWindow::connectPanel() {
     connect(m_panel->rgbBtn, &QPushButton::clicked, &m_sequences,
             &jobs::ControlSequences::colorize);
     connect(m_panel->autobtn, &QPushButton::clicked, this, &MainWindow::autoBtn);
+    connect(m_panel, &SidePanel::estimateRequested, this, &MainWindow::estimateBlur);
+    connect(&m_estimation, &jobs::BlurEstimation::finished, this, &MainWindow::takeEstimate);
+    connect(&m_estimation, &jobs::BlurEstimation::failed, this, [this](const QString& why) {
+        auxUnlock();
+        reportError(why);
+    });
+    connect(m_panel->spectrumPreview, &SpectrumPreview::clicked, this,
+            &MainWindow::showSpectrumWindow);
     connect(m_panel->aspectBtn, &QPushButton::clicked, &m_sequences,
             &jobs::ControlSequences::aspectChange);
     connect(m_panel->compareBtn, &QPushButton::pressed, this, [this] { setComparing(true); });
@@ -286,6 +301,15 @@ void MainWindow::setPsfSliders(float length, double angle, double width) {
     m_panel->anglewidth->setFloatValue(float(width));
 }
 
+void MainWindow::setSharpness(float mu) {
+    m_panel->muSlider->setFloatValue(mu);
+}
+
+void MainWindow::setMotionMode(bool motion) {
+    m_panel->showMotionMode(motion);
+    autosearch::Data::getInstance().isMotionSwitchOn = motion;
+}
+
 void MainWindow::lockEverything() {
     // A setting changed from the keyboard gets the focus back once the job is done.
     if (QWidget* focus = QApplication::focusWidget(); focus && m_panel->isAncestorOf(focus))
@@ -300,6 +324,9 @@ void MainWindow::unlockEverything() {
 
 void MainWindow::auxUnlock() {
     m_panel->auxUnlock();
+    // One estimate at a time: its button comes back when it is done.
+    if (estimating())
+        m_panel->estimateBtn->setEnabled(false);
     m_jobLabel->setText(tr("Ready"));
     if (m_focusAfterJob && m_focusAfterJob->isEnabled())
         m_focusAfterJob->setFocus();
@@ -321,12 +348,82 @@ void MainWindow::showSettings(const QString& text) {
     m_panel->settingInfo->setText(text);
 }
 
-void MainWindow::showPsf(const QImage& psf) {
-    m_panel->psfPreview->setImage(psf);
+void MainWindow::showPsf(const jobs::PsfPicture& psf) {
+    m_panel->psfPreview->setPsf(psf);
+    m_panel->spectrumPreview->setBlur(psf.blur);
+    if (m_spectrumWindowView)
+        m_spectrumWindowView->setBlur(psf.blur);
 }
 
-void MainWindow::showSpectrum(const QImage& spectrum) {
-    m_panel->spectrumPreview->setImage(spectrum);
+void MainWindow::showSpectrum(const jobs::ShownSpectrum& spectrum) {
+    m_panel->spectrumPreview->setSpectrum(spectrum);
+    if (m_spectrumWindowView)
+        m_spectrumWindowView->setSpectrum(spectrum);
+}
+
+void MainWindow::showSpectrumWindow() {
+    if (m_panel->spectrumPreview->image().isNull())
+        return;
+    if (!m_spectrumWindow) {
+        auto* window = new QWidget(this, Qt::Window);
+        window->setObjectName(QStringLiteral("spectrumWindow"));
+        window->setAttribute(Qt::WA_DeleteOnClose);
+        window->setWindowTitle(tr("Spectrum — Clarovi"));
+        auto* view = new SpectrumPreview(window);
+        view->setObjectName(QStringLiteral("spectrumWindowView"));
+        view->setZoomable(true);
+        view->setMinimumSize(256, 256);
+        auto* hint = new QLabel(tr("Dark rings or stripes are where the picture's blur wiped "
+                                   "frequencies out; the coloured ones are where the sliders' blur "
+                                   "would. Wheel or + and - to zoom, drag to move, 0 to fit."),
+                                window);
+        hint->setWordWrap(true);
+        auto* layout = new QVBoxLayout(window);
+        layout->addWidget(view, 1);
+        layout->addWidget(hint);
+        window->resize(640, 700);
+        m_spectrumWindow = window;
+        m_spectrumWindowView = view;
+    }
+    m_spectrumWindowView->setSpectrum(m_panel->spectrumPreview->spectrum());
+    if (const auto& blur = m_panel->spectrumPreview->blur())
+        m_spectrumWindowView->setBlur(*blur);
+    m_spectrumWindow->show();
+    m_spectrumWindow->raise();
+    m_spectrumWindow->activateWindow();
+}
+
+void MainWindow::estimateBlur(engine::KindWanted wanted) {
+    if (!m_panel->estimateBtn->isEnabled() || !m_estimation.start(m_state, wanted))
+        return;
+    m_estimatedPicture = m_state.sourceImage.cacheKey();
+    m_panel->estimateBtn->setEnabled(false);
+    m_jobLabel->setText(tr("Estimating the blur…"));
+}
+
+// An estimate of a picture no longer open, or arriving while an automatic search covers the
+// window, is dropped; a doubtful one leaves the sliders alone.
+void MainWindow::takeEstimate(const engine::BlurEstimate& estimate) {
+    m_panel->estimateBtn->setEnabled(m_panel->rgbBtn->isEnabled());
+    m_jobLabel->setText(tr("Ready"));
+    if (m_state.sourceImage.cacheKey() != m_estimatedPicture || m_overlay->isVisible())
+        return;
+    const jobs::EstimatedSetting found = jobs::settingOf(estimate, m_state);
+    if (!found.clear) {
+        statusBar()->showMessage(tr("No clear blur found"), kNoteMilliseconds);
+        return;
+    }
+    m_sequences.applyEstimate(found);
+    const bool motion = estimate.kind == engine::BlurKind::Motion;
+    QString note = motion ? tr("Motion blur found: length %1, angle %2")
+                                .arg(double(found.setting.length), 0, 'f', 1)
+                                .arg(found.setting.angle, 0, 'f', 1)
+                          : tr("Out-of-focus blur found: diameter %1")
+                                .arg(double(found.setting.length), 0, 'f', 1);
+    note += tr(" (confidence %1)").arg(estimate.confidence, 0, 'f', 2);
+    if (found.beyondRange)
+        note += tr("; the blur is longer than the length slider reaches, so it is set to its end");
+    statusBar()->showMessage(note, kNoteMilliseconds);
 }
 
 void MainWindow::reportError(const QString& message) {
@@ -431,7 +528,7 @@ void MainWindow::AppearActions() {
 void MainWindow::applyPick() {
     autosearch::Data& shared = autosearch::Data::getInstance();
     m_sequences.applyPick(shared.selectedLength.load(), shared.selectedAngle.load(),
-                          shared.selectedWidth.load());
+                          shared.selectedWidth.load(), shared.selectedSharpness.load());
     shared.toPut = false;
 }
 

@@ -2,6 +2,7 @@
 
 #include "auto/auto_run.h"
 #include "image_view.h"
+#include "jobs/blur_estimation.h"
 #include "jobs/control_sequences.h"
 #include "jobs/controller_state.h"
 #include "jobs/full_size_export.h"
@@ -76,12 +77,14 @@ class MainWindow : public QMainWindow, public jobs::WindowPort, public autosearc
     bool sliderHeld() const override { return m_panel->sliderHeld(); }
     bool showsResult() const override { return !img01->image().isNull(); }
     void setPsfSliders(float length, double angle, double width) override;
+    void setSharpness(float mu) override;
+    void setMotionMode(bool motion) override;
     void lockEverything() override;
     void unlockEverything() override;
     void showResult(const QImage& picture) override;
     void showSettings(const QString& text) override;
-    void showPsf(const QImage& psf) override;
-    void showSpectrum(const QImage& spectrum) override;
+    void showPsf(const jobs::PsfPicture& psf) override;
+    void showSpectrum(const jobs::ShownSpectrum& spectrum) override;
     void reportError(const QString& message) override;
 
     // Opening and saving.
@@ -95,6 +98,14 @@ class MainWindow : public QMainWindow, public jobs::WindowPort, public autosearc
     void exportFullSize();
     bool exporting() const { return m_exportWatcher.isRunning(); }
     void showHelp();
+
+    /// Looks for the blur in the opened picture off the main thread; once found, the mode and the
+    /// sliders move to it and the preview restores, or the status bar says none was found.
+    void estimateBlur(engine::KindWanted wanted);
+    bool estimating() const { return m_estimation.running(); }
+    /// The spectrum enlarged in a window of its own, with the zeros of the sliders' blur.
+    void showSpectrumWindow();
+    SpectrumPreview* spectrumWindowView() const { return m_spectrumWindowView; }
 
     void autoBtn() { m_autoRun.MainWrapper(); }
     /// Asks for an auto run as soon as the next picture is open.
@@ -138,6 +149,7 @@ class MainWindow : public QMainWindow, public jobs::WindowPort, public autosearc
     QString proposedSavePath() const;
     void startExport(const jobs::ExportRequest& request);
     void finishExport(const QString& target);
+    void takeEstimate(const engine::BlurEstimate& estimate);
 
     jobs::ControllerState m_state;
     jobs::RestorationJobs m_jobs;
@@ -152,6 +164,10 @@ class MainWindow : public QMainWindow, public jobs::WindowPort, public autosearc
     std::unique_ptr<AutoViewController> m_loadingController;
     std::function<void()> m_galleryTerminator;
     autosearch::AutoRun m_autoRun;
+    jobs::BlurEstimation m_estimation;
+    qint64 m_estimatedPicture = 0; ///< the cache key of the picture the running estimate reads
+    QPointer<QWidget> m_spectrumWindow;
+    QPointer<SpectrumPreview> m_spectrumWindowView;
     /// A typed or keyed change restores once the keys have been left alone.
     QTimer m_editSettled;
     QFutureWatcher<jobs::ExportResult> m_exportWatcher;

@@ -1,10 +1,13 @@
 #include "side_panel.h"
 
+#include <QActionGroup>
 #include <QGraphicsDropShadowEffect>
 #include <QGraphicsOpacityEffect>
 #include <QGridLayout>
 #include <QLabel>
+#include <QMenu>
 #include <QPushButton>
+#include <QToolButton>
 #include <QVBoxLayout>
 
 namespace clarovi::app {
@@ -43,15 +46,19 @@ SidePanel::SidePanel(QWidget* parent) : QWidget(parent) {
 
 void SidePanel::addViews(QVBoxLayout* column) {
     auto* views = new QGridLayout;
-    psfPreview = new ImageView(this);
+    psfPreview = new PsfPreview(this);
     psfPreview->setObjectName(QStringLiteral("psfPreview"));
-    psfPreview->setToolTip(tr("The blur the restoration undoes, as the sliders set it"));
-    spectrumPreview = new ImageView(this);
+    psfPreview->setToolTip(tr("The blur the restoration undoes, as the sliders set it, enlarged "
+                              "as the corner says: it points the way the streaks it removes run"));
+    spectrumPreview = new SpectrumPreview(this);
     spectrumPreview->setObjectName(QStringLiteral("spectrumPreview"));
-    spectrumPreview->setToolTip(tr("The picture's spectrum: the rings or stripes of the blur show "
-                                   "in it"));
-    spectrumPreview->setMirrored(true);
-    for (ImageView* view : {psfPreview, spectrumPreview})
+    spectrumPreview->setToolTip(
+        tr("The picture's spectrum: a blur leaves dark rings (out of focus) "
+           "or stripes (motion) in it. The coloured rings or lines are "
+           "where the sliders' blur puts them: set the sliders so that "
+           "they lie on the dark ones. Click to enlarge."));
+    spectrumPreview->setCursor(Qt::PointingHandCursor);
+    for (ImageView* view : std::initializer_list<ImageView*>{psfPreview, spectrumPreview})
         view->setFixedSize(kPreviewSide, kPreviewSide);
     views->addWidget(new QLabel(tr("PSF")), 0, 0, Qt::AlignHCenter);
     views->addWidget(new QLabel(tr("Spectrum")), 0, 1, Qt::AlignHCenter);
@@ -86,7 +93,9 @@ void SidePanel::addSettings(QVBoxLayout* column) {
                          tr("How far the blur spreads a point, in pixels of the 2048-pixel "
                             "working picture: the disk's diameter, or the motion line's length."));
     psfAngle = addField("psfAngle", jobs::kAngleRange, tr("PSF Angle"), 1,
-                        tr("The direction of the motion, in degrees (motion blur only)."));
+                        tr("The direction of the motion, in degrees (motion blur only). At 0 the "
+                           "line rises at 45° to the right; a larger angle turns it clockwise: "
+                           "45 is horizontal, 90 falls at 45°, -45 and 135 are vertical."));
     anglewidth = addField("anglewidth", jobs::kWidthRange, tr("PSF Width"), 2,
                           tr("The thickness of the motion line, in pixels (motion blur only)."));
     muSlider = addField("muSlider", jobs::kSharpnessRange, tr("Sharpness"), 5,
@@ -124,7 +133,10 @@ void SidePanel::addButtons(QVBoxLayout* column) {
     rgbBtn = addButton(QStringLiteral("RGB"), "rgbBtn",
                        tr("Restore in colour with the current settings (Ctrl+R)"));
     autobtn = addButton(tr("Auto"), "autobtn",
-                        tr("Restore a grid of settings and pick the best from a gallery (A)"));
+                        tr("Restore many settings and pick the best from a gallery (A): around the "
+                           "estimated blur once Estimate has found one, otherwise over a coarse "
+                           "grid"));
+    estimateBtn = makeEstimateButton();
     aspectBtn = addButton(tr("Fixed size"), "aspectBtn",
                           tr("On: restore at the fixed square working size. Off: restore at "
                              "the picture's own proportions"));
@@ -137,10 +149,47 @@ void SidePanel::addButtons(QVBoxLayout* column) {
     for (QPushButton* button : {openBtn, saveBtn, exportBtn})
         firstRow->addWidget(button);
     auto* secondRow = new QHBoxLayout;
-    for (QPushButton* button : {rgbBtn, autobtn, aspectBtn, compareBtn})
+    secondRow->addWidget(estimateBtn);
+    for (QPushButton* button : {autobtn, rgbBtn})
         secondRow->addWidget(button);
+    auto* thirdRow = new QHBoxLayout;
+    for (QPushButton* button : {aspectBtn, compareBtn})
+        thirdRow->addWidget(button);
     column->addLayout(firstRow);
     column->addLayout(secondRow);
+    column->addLayout(thirdRow);
+}
+
+// Pressed, it looks for the kind its menu last chose; a choice from the menu looks at once.
+QToolButton* SidePanel::makeEstimateButton() {
+    auto* button = new QToolButton(this);
+    button->setObjectName(QStringLiteral("estimateBtn"));
+    button->setText(tr("Estimate"));
+    button->setToolTip(tr("Find the blur's kind, size and direction in the picture and set the "
+                          "sliders to it (Ctrl+E); the arrow chooses which kind to look for"));
+    button->setPopupMode(QToolButton::MenuButtonPopup);
+    button->setSizePolicy(QSizePolicy::Expanding, QSizePolicy::Preferred);
+    auto* menu = new QMenu(button);
+    menu->setObjectName(QStringLiteral("estimateMenu"));
+    auto* kinds = new QActionGroup(menu);
+    const std::pair<QString, engine::KindWanted> choices[] = {
+        {tr("Any blur"), engine::KindWanted::Any},
+        {tr("Out of focus"), engine::KindWanted::OutOfFocus},
+        {tr("Motion"), engine::KindWanted::Motion}};
+    for (const auto& [text, kind] : choices) {
+        QAction* action = menu->addAction(text);
+        action->setCheckable(true);
+        action->setChecked(kind == m_estimateKind);
+        kinds->addAction(action);
+        connect(action, &QAction::triggered, this, [this, wanted = kind] {
+            m_estimateKind = wanted;
+            emit estimateRequested(wanted);
+        });
+    }
+    button->setMenu(menu);
+    connect(button, &QToolButton::clicked, this,
+            [this] { emit estimateRequested(m_estimateKind); });
+    return button;
 }
 
 void SidePanel::setActive(std::initializer_list<QWidget*> controls, bool active) {
@@ -152,12 +201,13 @@ void SidePanel::setActive(std::initializer_list<QWidget*> controls, bool active)
 
 void SidePanel::showNoPicture() {
     setActive({psfCountD, psfAngle, anglewidth, muSlider, movedSw, ofSw, saveBtn, exportBtn, rgbBtn,
-               autobtn, aspectBtn, compareBtn},
+               autobtn, estimateBtn, aspectBtn, compareBtn},
               false);
 }
 
 void SidePanel::showPictureOpened(bool keepAspect) {
-    setActive({psfCountD, muSlider, saveBtn, exportBtn, movedSw, rgbBtn, aspectBtn, compareBtn},
+    setActive({psfCountD, muSlider, saveBtn, exportBtn, movedSw, rgbBtn, estimateBtn, aspectBtn,
+               compareBtn},
               true);
     aspectBtn->setChecked(keepAspect);
     // The mode stays as it was; angle and width come back with the unlock after the first job.
@@ -173,14 +223,16 @@ void SidePanel::lockEverything() {
     maintitle->setText(QStringLiteral("LOADING"));
     // Jobs hold the main thread; paint the title now so that "LOADING" is seen while they run.
     maintitle->repaint();
-    setActive({psfCountD, movedSw, muSlider, ofSw, rgbBtn, autobtn, anglewidth, psfAngle}, false);
+    setActive(
+        {psfCountD, movedSw, muSlider, ofSw, rgbBtn, autobtn, estimateBtn, anglewidth, psfAngle},
+        false);
     for (QPushButton* button : {saveBtn, exportBtn})
         button->setEnabled(false);
 }
 
 void SidePanel::auxUnlock() {
     maintitle->setText(QStringLiteral("CLAROVI"));
-    setActive({psfCountD, movedSw, muSlider, ofSw, rgbBtn, autobtn}, true);
+    setActive({psfCountD, movedSw, muSlider, ofSw, rgbBtn, autobtn, estimateBtn}, true);
     setActive({saveBtn, exportBtn}, true);
     if (movedSw->isChecked())
         setActive({anglewidth, psfAngle}, true);

@@ -1,12 +1,17 @@
 #pragma once
 
 #include "image_view.h"
+#include "psf_preview.h"
 #include "slider_field.h"
+#include "spectrum_preview.h"
+
+#include "engine/blur_estimate.h"
 
 #include <QWidget>
 
 class QLabel;
 class QPushButton;
+class QToolButton;
 class QVBoxLayout;
 
 namespace clarovi::app {
@@ -29,10 +34,12 @@ class SidePanel : public QWidget {
     /// The angle and width settings belong to motion mode.
     void showMotionMode(bool motion);
     bool sliderHeld() const;
+    /// The kind of blur the Estimate button looks for, as its menu last chose it.
+    engine::KindWanted estimateKind() const { return m_estimateKind; }
 
     QLabel* maintitle;
-    ImageView* psfPreview;
-    ImageView* spectrumPreview;
+    PsfPreview* psfPreview;
+    SpectrumPreview* spectrumPreview;
     QLabel* settingInfo;
     SliderField* psfCountD;
     SliderField* psfAngle;
@@ -45,8 +52,13 @@ class SidePanel : public QWidget {
     QPushButton* exportBtn;
     QPushButton* rgbBtn;
     QPushButton* autobtn;
+    QToolButton* estimateBtn;
     QPushButton* aspectBtn;
     QPushButton* compareBtn;
+
+  signals:
+    /// Estimate was pressed, or a kind chosen from its menu.
+    void estimateRequested(clarovi::engine::KindWanted wanted);
 
   private:
     void addViews(QVBoxLayout* column);
@@ -54,6 +66,9 @@ class SidePanel : public QWidget {
     void addButtons(QVBoxLayout* column);
     QPushButton* addButton(const QString& text, const char* name, const QString& tip);
     void setActive(std::initializer_list<QWidget*> controls, bool active);
+    QToolButton* makeEstimateButton();
+
+    engine::KindWanted m_estimateKind = engine::KindWanted::Any;
 };
 
 /// Dims a control (opacity 0.2) or shows it fully.

@@ -26,6 +26,14 @@ void searchWorker(QPromise<ProgressUpdate>& promise, AutoSearch* search, QString
     }
 }
 
+// The search goes around the blur estimated in the picture when it is of the kind the window is
+// set to; otherwise, and without an estimate, over the fixed grid.
+std::optional<jobs::SliderSetting> aroundEstimate(const jobs::ControllerState& state) {
+    if (state.estimate && state.estimate->motion == state.motionBlur)
+        return state.estimate->setting;
+    return std::nullopt;
+}
+
 } // namespace
 
 AutoRun::AutoRun(jobs::ControllerState& state, AutoWindowPort& window, Restoration restoration)
@@ -47,7 +55,7 @@ void AutoRun::MainWrapper() {
     m_window.showOverlay(true);
     m_cancelRequested = false;
     m_failure.clear();
-    SearchInput input = snapshotOf(m_state);
+    SearchInput input = snapshotOf(m_state, aroundEstimate(m_state));
     m_before = input.shown;
     m_search = std::make_unique<AutoSearch>(std::move(input), m_restoration);
     m_watcher.setFuture(QtConcurrent::run(searchWorker, m_search.get(), &m_failure));

@@ -39,7 +39,8 @@ class AutoRun : public QObject {
     /// The restoration of the next runs; an empty one is the real restoration.
     void setRestoration(Restoration restoration) { m_restoration = std::move(restoration); }
 
-    /// Shows the overlay and starts the search on its own snapshot of the state.
+    /// Shows the overlay and starts the search on its own snapshot of the state: around the
+    /// estimated blur when the state holds one of the mode's kind, over the grid otherwise.
     void MainWrapper();
     /// Asks for a run when the main window next runs AppearActions (after an open).
     void automatizateIt() { autoRequested = true; }

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "data.h"
+#include "jobs/blur_geometry.h"
 #include "jobs/controller_state.h"
 
 #include <QImage>
@@ -8,11 +9,15 @@
 #include <opencv2/core.hpp>
 
 #include <functional>
+#include <optional>
 #include <vector>
 
 namespace clarovi::autosearch {
 
 enum class SearchKind { OutOfFocus, Motion };
+
+/// The sharpness every thumbnail is restored with, whatever the sharpness slider says.
+inline constexpr double kSearchSharpness = 0.0035;
 
 /// The part of the controller state that the window's controls stand for and that a search
 /// changes: what a completed search leaves there, and what keeping the current settings puts back.
@@ -37,10 +42,14 @@ struct SearchInput {
     int angleCount = 42; ///< angles of a motion search
     ShownSettings shown;
     jobs::AutoCounters counters;
+    jobs::RestorationScale mainView; ///< what the main view's length slider undoes
+    /// Set: search finely around this setting of the sliders instead of over the fixed grid.
+    std::optional<jobs::SliderSetting> around;
 };
 
-/// The search's copy of the state it reads.
-SearchInput snapshotOf(const jobs::ControllerState& state);
+/// The search's copy of the state it reads; around as SearchInput::around.
+SearchInput snapshotOf(const jobs::ControllerState& state,
+                       std::optional<jobs::SliderSetting> around = {});
 
 /// Sent to the main thread after every step: everything it shows travels with it.
 struct ProgressUpdate {
@@ -51,15 +60,16 @@ struct ProgressUpdate {
     SearchKind kind = SearchKind::OutOfFocus;
 };
 
-/// The thumbnail of one setting of the grid: a length at an angle index. Called from several
-/// threads at once.
-using Restoration = std::function<QImage(int length, int angleIndex)>;
+/// The thumbnail of one setting: the PSF length in working pixels and the angle in degrees.
+/// Called from several threads at once.
+using Restoration = std::function<QImage(double length, double angle)>;
 
 /// The restorations of the auto mode: one small copy of the picture restored for every setting
 /// of a fixed grid (disk diameters 1 to 41, or 90 after a motion search; 42 angles x 23 lengths
-/// for motion blur), each with a fixed sharpness of 0.0035 at 512 x 512. Runs on a worker
-/// thread on its own copy of the state; what it leaves behind goes back to the controller state
-/// on the main thread when the run completes.
+/// for motion blur), or, around an estimated blur, for every setting near it (lengths from 0.7 to
+/// 1.3 times its own, angles within 6 degrees), each with a fixed sharpness of 0.0035 at
+/// 512 x 512, and each scored. Runs on a worker thread on its own copy of the state; what it
+/// leaves behind goes back to the controller state on the main thread when the run completes.
 class AutoSearch {
   public:
     /// restoration replaces the deconvolution of the small copy when given.
@@ -82,8 +92,12 @@ class AutoSearch {
     /// twice the central three quarters of each side.
     static cv::Mat thumbnailCrop(const cv::Mat& restored, int pad);
 
+    /// The length slider's value, to a tenth, whose restoration of the main view undoes the blur
+    /// that the thumbnail of this length undoes.
+    double sliderLengthOf(double searchedLength) const;
+
     using Post = std::function<void(const ProgressUpdate&)>;
-    /// Runs the whole grid, calling post after every step. Stops after the step under way once
+    /// Runs the whole search, calling post after every step. Stops after the step under way once
     /// cancelled returns true. Returns false when cancelled. Throws what a restoration throws.
     bool run(const Post& post, const std::function<bool()>& cancelled = {});
 
@@ -92,18 +106,27 @@ class AutoSearch {
     ShownSettings shown;
 
   private:
+    /// One thumbnail to make: the length its PSF is drawn with and the slider value it stands for.
+    struct Setting {
+        double searched;
+        double label;
+    };
     /// What one progress update covers: lengths restored side by side at one angle.
     struct Step {
         int reported; ///< ProgressUpdate::step
         int angleIndex;
-        std::vector<int> lengths;
+        double angle;
+        std::vector<Setting> settings;
     };
+    std::vector<Step> gridPlan() const;
     std::vector<Step> plan() const;
+    std::vector<Setting> fineLengths() const;
     void restoreStep(const Step& step);
-    void beginStep();
-    void record(const QImage& thumbnail);
-    QImage thumbnailFor(int length, int angleIndex) const;
-    static cv::Mat autoPadded(const cv::Mat& src, int length, int* pad);
+    void beginStep(double label);
+    QImage thumbnailFor(double length, double angle) const;
+    static cv::Mat autoPadded(const cv::Mat& src, double length, int* pad);
+    double thumbnailBlurLength(double searchedLength) const;
+    double searchedLengthFor(double blurLength) const;
     double angleOf(int angleIndex) const;
 
     SearchInput m_input;

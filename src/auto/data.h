@@ -8,12 +8,16 @@
 namespace clarovi::autosearch {
 
 /// One restoration of the auto search: the thumbnail (8-bit grey, the picture's aspect, longer
-/// side 512) with the length it is labelled with and the angle it was searched at.
+/// side 512), the setting that made it and its quality score.
 struct AutoResult {
     QImage thumbnail;
-    int labelLength = 0;
+    /// The length slider's value that restores the main view as the thumbnail was restored: what
+    /// a pick applies and the label shows.
+    double labelLength = 0;
     float angle = 0;
-    int searchedLength = 0; ///< the length that was restored, of which labelLength is 13/21
+    double searchedLength = 0; ///< the length the thumbnail's PSF was drawn with (working pixels)
+    double score = 0;          ///< higher for a better restoration (restorationScore)
+    bool motion = false;       ///< a line's thumbnail: its label names the angle too
 };
 
 /// The one object through which the main window, the auto search and the gallery exchange the
@@ -34,6 +38,8 @@ class Data {
     std::atomic<double> rh{0.0};
     std::atomic<double> selectedAngle{0.0};
     std::atomic<double> selectedWidth{0.0};
+    std::atomic<double> selectedSharpness{
+        0.0}; ///< the sharpness the picked thumbnail was made with
 
     Data(const Data&) = delete;
     Data& operator=(const Data&) = delete;

@@ -8,11 +8,15 @@
 
 namespace clarovi::autosearch {
 
-/// The results of the latest search as a list: the thumbnail as the decoration and
-/// "Ø %.1f ∠ %.1f" (label length, angle) as the text of each item.
+/// The results of the latest search as a list: the thumbnail as the decoration, its label as the
+/// text ("Ø %.1f ∠ %.1f" with the length a pick applies and the angle; "Ø %.1f" for a disk), its
+/// score as the tooltip, and whether it scored best. In search order, or best first.
 class GalleryModel : public QAbstractListModel {
     Q_OBJECT
   public:
+    /// true for the best-scoring result (Qt::UserRole).
+    static constexpr int kBestRole = Qt::UserRole;
+
     /// Takes the results as Data holds them now.
     explicit GalleryModel(QObject* parent = nullptr);
 
@@ -20,10 +24,16 @@ class GalleryModel : public QAbstractListModel {
     QVariant data(const QModelIndex& index, int role) const override;
 
     static QString labelOf(const AutoResult& result);
-    const AutoResult& result(int row) const { return m_results.at(size_t(row)); }
+    const AutoResult& result(int row) const { return m_results.at(m_order.at(size_t(row))); }
+    /// The row of the best-scoring result; -1 without results.
+    int bestRow() const;
+    /// Best score first (ties in search order), or back to search order.
+    void sortByScore(bool sorted);
 
   private:
     std::vector<AutoResult> m_results; // shares the pictures with Data
+    std::vector<size_t> m_order;       // the result shown in each row
+    size_t m_best = 0;
 };
 
 } // namespace clarovi::autosearch

@@ -7,6 +7,9 @@ namespace clarovi::engine {
 enum class BlurKind { OutOfFocus, Motion };
 enum class KindWanted { Any, OutOfFocus, Motion };
 
+/// The confidence from which an estimate counts as a blur found.
+inline constexpr double kClearBlurConfidence = 0.35;
+
 /// What blurs a picture, in the units of the PSF sliders.
 struct BlurEstimate {
     BlurKind kind;

@@ -7,36 +7,34 @@
 
 namespace clarovi::jobs {
 
-namespace {
-
-// How much the square copy stretches the photograph shown, across and down (1 along its longer
-// side).
 cv::Point2d copyStretch(const ControllerState& state) {
     if (state.displayWidth <= 0 || state.displayHeight <= 0)
         return {1.0, 1.0};
     return {state.workingSide / state.displayWidth, state.workingSide / state.displayHeight};
 }
 
-} // namespace
+RestorationScale RestorationScale::of(const ControllerState& state) {
+    return {state.keepAspect, state.workingSide, state.padParameters()};
+}
 
-double restoredBlurLength(float sliderLength, const ControllerState& state) {
-    if (!state.keepAspect)
+double restoredBlurLength(float sliderLength, const RestorationScale& scale) {
+    if (!scale.keepAspect)
         return sliderLength;
-    engine::PadParameters pad = state.padParameters();
+    engine::PadParameters pad = scale.pad;
     pad.eventLength = sliderLength;
-    const int side = state.workingSide;
+    const int side = scale.workingSide;
     const int border = engine::borderWidth(engine::padMultiplier(pad, true), side);
     return sliderLength * double(side + 2 * border) / side;
 }
 
-float sliderLengthFor(double blurLength, const ControllerState& state) {
+float sliderLengthFor(double blurLength, const RestorationScale& scale) {
     // The blur undone grows with the slider (the border widens with it), so halving the slider's
     // range finds it; 30 halvings take it far below the slider's step.
     float low = kLengthRange.minimum;
     float high = kLengthRange.maximum;
     for (int i = 0; i < 30; ++i) {
         const float middle = 0.5f * (low + high);
-        (restoredBlurLength(middle, state) < blurLength ? low : high) = middle;
+        (restoredBlurLength(middle, scale) < blurLength ? low : high) = middle;
     }
     return 0.5f * (low + high);
 }
@@ -45,7 +43,8 @@ engine::BlurShape shownBlurOf(const SliderSetting& setting, bool motion,
                               const ControllerState& state) {
     const engine::BlurKind kind = motion ? engine::BlurKind::Motion : engine::BlurKind::OutOfFocus;
     const cv::Point2d stretch = copyStretch(state);
-    return engine::shapeOf(kind, restoredBlurLength(setting.length, state), setting.angle)
+    return engine::shapeOf(kind, restoredBlurLength(setting.length, RestorationScale::of(state)),
+                           setting.angle)
         .stretched(1.0 / stretch.x, 1.0 / stretch.y);
 }
 
@@ -60,7 +59,7 @@ SliderSetting settingFor(const engine::BlurShape& shown, const ControllerState& 
         onCopy.extent.x = std::max(shown.extent.x, shown.extent.y);
     }
     const engine::PsfArguments psf = engine::psfArgumentsOf(onCopy);
-    return {sliderLengthFor(psf.length, state), psf.angle};
+    return {sliderLengthFor(psf.length, RestorationScale::of(state)), psf.angle};
 }
 
 } // namespace clarovi::jobs

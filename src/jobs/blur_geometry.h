@@ -2,6 +2,7 @@
 
 #include "controller_state.h"
 #include "engine/blur_shape.h"
+#include "slider_ranges.h"
 
 namespace clarovi::jobs {
 
@@ -11,19 +12,26 @@ namespace clarovi::jobs {
 // stretches a photograph that is not square, so a blur on the photograph as shown has another
 // length and angle on the copy. These functions go between the two.
 
+/// What the blur the main view's restoration undoes depends on besides the sliders.
+struct RestorationScale {
+    bool keepAspect = true;
+    int workingSide = 2048;
+    engine::PadParameters pad;
+
+    static RestorationScale of(const ControllerState& state);
+};
+
 /// The PSF length, in working pixels, that the main view's restoration undoes with the length
 /// slider at sliderLength once it has been let go there.
-double restoredBlurLength(float sliderLength, const ControllerState& state);
+double restoredBlurLength(float sliderLength, const RestorationScale& scale);
 
 /// The slider length whose restoration undoes a blur of this PSF length (working pixels), within
 /// the slider's range.
-float sliderLengthFor(double blurLength, const ControllerState& state);
+float sliderLengthFor(double blurLength, const RestorationScale& scale);
 
-/// A setting of the length and angle sliders.
-struct SliderSetting {
-    float length = 0;
-    double angle = 0;
-};
+/// How much the square working copy stretches the photograph shown, across and down (1 along its
+/// longer side).
+cv::Point2d copyStretch(const ControllerState& state);
 
 /// The blur that the sliders at setting undo, as it lies on the photograph shown (its own aspect
 /// ratio, longer side workingSide).

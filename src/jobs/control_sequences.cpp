@@ -2,11 +2,16 @@
 
 #include "engine/image_bridge.h"
 #include "engine/log.h"
+#include "psf_view.h"
 #include "slider_ranges.h"
 
 #include <functional>
 
 namespace clarovi::jobs {
+
+namespace {
+constexpr double kEstimatedLineWidth = 1.0;
+} // namespace
 
 ControlSequences::ControlSequences(ControllerState& state, WindowPort& window,
                                    RestorationJobs& jobs)
@@ -18,7 +23,7 @@ ControlSequences::ControlSequences(ControllerState& state, WindowPort& window,
 void ControlSequences::setUpDefaults() {
     m_state.setUpDefaults(m_window.sharpness(), kSharpnessRange.minimum, kSharpnessRange.maximum,
                           m_window.psfLength());
-    m_window.showPsf(engine::flipImage(m_state.psfImage));
+    showPsfView();
 }
 
 void ControlSequences::scheduleAfter(double seconds, void (RestorationJobs::*job)()) {
@@ -34,17 +39,9 @@ void ControlSequences::useWorkingPicture() {
     m_state.autoSilent = false;
 }
 
-// The PSF picture beside the result: in motion mode six times longer and twenty times wider
-// than the one that restores, so that a thin line can be seen.
-QImage ControlSequences::showDisplayPsf() {
-    const float length = m_window.psfLength();
-    const double angle = m_state.currentAngle;
-    const double width = m_state.currentWidth;
-    const QImage psf = m_window.motionMode()
-                           ? m_state.MakePsfD(length * 6.0f, angle, width * 20.0, false)
-                           : m_state.MakePsfD(length, angle, width, false);
-    m_window.showPsf(engine::flipImage(psf));
-    return psf;
+void ControlSequences::showPsfView() {
+    m_window.showPsf(psfViewOf(m_state, {m_window.psfLength(), m_state.currentAngle},
+                               m_state.currentWidth, m_window.motionMode()));
 }
 
 void ControlSequences::redrawPsf() {
@@ -56,8 +53,8 @@ void ControlSequences::pickImg(const QImage& photo) {
     m_state.installPicture(photo);
     m_window.showResult(engine::imageWithImage(
         m_state.sourceImage, QSizeF(m_state.displayWidth, m_state.displayHeight)));
-    m_window.showPsf(engine::flipImage(m_state.psfImage));
     m_jobs.MakeMyPSFinitial();
+    showPsfView();
 }
 
 void ControlSequences::showFirstRestoration() {
@@ -103,9 +100,9 @@ void ControlSequences::sliderEvent(Setting setting, bool ended) {
 
 void ControlSequences::dragStep() {
     m_jobs.dragStep([this] {
-        const QImage displayPsf = showDisplayPsf();
-        logLine("PSF SIZE %fx%f and IMG %fx%f", double(displayPsf.width()),
-                double(displayPsf.height()), double(m_state.jobImage.width()),
+        showPsfView();
+        logLine("PSF SIZE %fx%f and IMG %fx%f", double(m_state.psfImage.width()),
+                double(m_state.psfImage.height()), double(m_state.jobImage.width()),
                 double(m_state.jobImage.height()));
     });
 }
@@ -136,8 +133,8 @@ void ControlSequences::endStep(Setting setting, double restoreAfter) {
         m_state.currentWidth = m_window.psfWidth();
     rewriteSettingsLabel();
     useWorkingPicture();
-    if (setting == Setting::Length || setting == Setting::Width)
-        showDisplayPsf();
+    if (setting != Setting::Sharpness)
+        showPsfView();
     if (setting != Setting::Sharpness)
         redrawPsf();
     if (setting != Setting::Angle)
@@ -149,7 +146,7 @@ void ControlSequences::previewSetting() {
     m_state.currentAngle = m_window.psfAngle();
     m_state.currentWidth = m_window.psfWidth();
     rewriteSettingsLabel();
-    showDisplayPsf();
+    showPsfView();
 }
 
 void ControlSequences::lengthTyped() {
@@ -166,7 +163,7 @@ void ControlSequences::movedSwitch(bool motion) {
     m_state.motionBlur = motion;
     m_state.currentAngle = m_window.psfAngle();
     m_state.autoSilent = false;
-    showDisplayPsf();
+    showPsfView();
     m_window.lockEverything();
     redrawPsf();
     m_jobs.auxTrueNoMultithread();
@@ -175,6 +172,7 @@ void ControlSequences::movedSwitch(bool motion) {
 
 void ControlSequences::aspectChange() {
     m_state.keepAspect = !m_state.keepAspect;
+    showPsfView(); // Fixed size changes how far the restoration's blur reaches
     scheduleAfter(m_state.jobDelay, &RestorationJobs::runCompTrue);
     m_aspectSettled.start(int(kReleaseDelay * 1000));
 }
@@ -195,24 +193,38 @@ void ControlSequences::colorize() {
     scheduleAfter(m_state.jobDelay, &RestorationJobs::runCompFalse);
 }
 
-// The picked setting's colour restoration is asked for twice, a second after the pick.
-void ControlSequences::applyPick(double length, double angle, double width) {
+// The picked setting is the thumbnail's, sharpness included, and the border follows the picked
+// length as after a release of its slider, so that the main view restores as the thumbnail did.
+// Its colour restoration is asked for twice, a second after the pick.
+void ControlSequences::applyPick(double length, double angle, double width, double sharpness) {
     m_jobs.MakeMyPSFfinal(length, angle);
     m_window.lockEverything();
     m_window.setPsfSliders(float(length), angle, width);
+    m_window.setSharpness(float(sharpness));
+    m_state.eventLength = m_window.psfLength();
     rewriteSettingsLabel();
     useWorkingPicture();
-    const float shownLength = m_window.psfLength();
-    const QImage displayPsf = m_window.motionMode()
-                                  ? m_state.MakePsfD(shownLength * 6.0f, angle, 4.0, false)
-                                  : m_state.MakePsfD(shownLength, angle, 0.2, false);
-    m_window.showPsf(engine::flipImage(displayPsf));
-    m_state.psfImage = m_state.MakePsfD(float(length), angle, 0.2, false);
-    m_jobs.MakeMyPSFfinal(length, angle);
+    showPsfView();
     m_jobs.setSpect();
     logLine("Executing selected prev %d with PSF SEL %f", m_state.workingSide, length);
     scheduleAfter(kReleaseDelay, &RestorationJobs::runCompFalse);
     scheduleAfter(kReleaseDelay, &RestorationJobs::runCompFalse);
+}
+
+// As a release of the length slider at the estimate, restoring at once; a line is one pixel wide,
+// as a moving point draws it.
+void ControlSequences::applyEstimate(const EstimatedSetting& found) {
+    const bool motion = found.estimate.kind == engine::BlurKind::Motion;
+    m_window.setMotionMode(motion);
+    m_state.motionBlur = motion;
+    const double width = motion ? kEstimatedLineWidth : m_window.psfWidth();
+    m_window.setPsfSliders(found.setting.length, found.setting.angle, width);
+    m_state.eventLength = m_window.psfLength();
+    m_state.currentAngle = m_window.psfAngle();
+    m_state.currentWidth = m_window.psfWidth();
+    m_state.estimate =
+        ControllerState::Estimate{{m_state.eventLength, m_state.currentAngle}, motion};
+    endStep(Setting::Length, 0);
 }
 
 } // namespace clarovi::jobs

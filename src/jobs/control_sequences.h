@@ -1,5 +1,6 @@
 #pragma once
 
+#include "blur_estimation.h"
 #include "controller_state.h"
 #include "restoration_jobs.h"
 #include "window_port.h"
@@ -59,7 +60,12 @@ class ControlSequences : public QObject {
     void colorize();
     /// A setting picked in the gallery goes to the sliders and the PSF; its colour restoration
     /// follows a second later.
-    void applyPick(double length, double angle, double width);
+    void applyPick(double length, double angle, double width, double sharpness);
+    /// A blur found in the picture: the mode switch and the sliders move to it, it is kept for
+    /// the auto search, and the preview restores at once.
+    void applyEstimate(const EstimatedSetting& found);
+    /// The PSF view of the sliders' setting.
+    void showPsfView();
 
   private:
     enum class Setting { Length, Angle, Width, Sharpness };
@@ -68,7 +74,6 @@ class ControlSequences : public QObject {
     void dragStep();
     void useWorkingPicture();
     void rewriteSettingsLabel() { m_window.showSettings(m_jobs.settingsText()); }
-    QImage showDisplayPsf();
     void redrawPsf();
     void restoreAfterAspectChange();
     void scheduleAfter(double seconds, void (RestorationJobs::*job)());

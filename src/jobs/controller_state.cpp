@@ -37,8 +37,8 @@ void ControllerState::installPicture(const QImage& photo) {
 
     sourceImage = engine::imageWithImage(photo, QSizeF(workingSide, workingSide));
     keepAspect = true;
-    spectrumDrawn = false;
     spectrumImage = QImage();
+    estimate.reset();
     autoSilent = false;
     activeImage = sourceImage;
     previewSourceImage = engine::imageWithImage(sourceImage, QSizeF(previewSide, previewSide));

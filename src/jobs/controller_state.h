@@ -1,9 +1,12 @@
 #pragma once
 
 #include "engine/padding.h"
+#include "slider_ranges.h"
 
 #include <QImage>
 #include <opencv2/core.hpp>
+
+#include <optional>
 
 namespace clarovi::jobs {
 
@@ -34,7 +37,7 @@ struct ControllerState {
     QImage activeImage;        ///< what the next job restores; also the PSF canvas size
     QImage jobImage;           ///< the picture the running job took at its start
     QImage psfImage;           ///< the current PSF picture, white on black
-    QImage spectrumImage;      ///< the spectrum picture shown beside the result
+    QImage spectrumImage;      ///< the picture's spectrum, shown beside the result
     QImage resultImage;        ///< the last restored picture, before display scaling
 
     // Sizes and timing.
@@ -58,16 +61,21 @@ struct ControllerState {
     bool autoSilent = false; ///< a quick job (drag preview or auto mode): no locking, previewSide
 
     // Working matrices.
-    cv::Mat workMat;        ///< the padded grey working picture of the running job
-    cv::Mat convolutionMat; ///< the PSF of the last spectrum convolution
+    cv::Mat workMat; ///< the padded grey working picture of the running job
 
     // The auto mode.
     AutoCounters autoCounters;
     int autoAngleCount = 42; ///< angles of a motion search
 
     // Per opened picture.
-    bool spectrumDrawn = false; ///< the colour job has stored a spectrum for this picture
-    bool freshImage = false;    ///< a picture was just opened; its first computations are due
+    bool freshImage = false;   ///< a picture was just opened; its first computations are due
+    double spectrumBand = 0.5; ///< cycles per pixel that spectrumImage covers, centre to edge
+    /// The sliders' setting for the blur estimated in the picture, when one was found.
+    struct Estimate {
+        SliderSetting setting;
+        bool motion = false;
+    };
+    std::optional<Estimate> estimate;
 
     /// The window's starting values: sizes 2048 and 1024, angle -45, width 0.2, keepAspect on,
     /// autoSilent off, the sharpness control's value and range, and the PSF of psfLength.
@@ -75,8 +83,8 @@ struct ControllerState {
 
     /// Makes photo the current picture: the display size (its own aspect, longer side
     /// workingSide), the square working and preview copies, activeImage, and the state that
-    /// belonged to the previous picture reset (spectrum, keepAspect on, autoSilent and motionBlur
-    /// off). freshImage is set: its first computations are due.
+    /// belonged to the previous picture reset (spectrum, estimate, keepAspect on, autoSilent and
+    /// motionBlur off). freshImage is set: its first computations are due.
     void installPicture(const QImage& photo);
 
     /// What the border padding reads.

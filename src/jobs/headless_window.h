@@ -20,8 +20,8 @@ class HeadlessWindow : public WindowPort {
     int lockCount = 0;
     int unlockCount = 0;
     QImage shown;
-    QImage spectrum;
-    QImage psf;
+    ShownSpectrum spectrum;
+    PsfPicture psf;
     QString settings;
     QStringList errors;
 
@@ -33,12 +33,14 @@ class HeadlessWindow : public WindowPort {
     bool motionMode() const override { return motion; }
     bool sliderHeld() const override { return false; }
     void setPsfSliders(float newLength, double newAngle, double newWidth) override;
+    void setSharpness(float newMu) override { mu = newMu; }
+    void setMotionMode(bool on) override { motion = on; }
     void lockEverything() override;
     void unlockEverything() override;
     void showResult(const QImage& picture) override { shown = picture; }
     void showSettings(const QString& text) override { settings = text; }
-    void showSpectrum(const QImage& picture) override { spectrum = picture; }
-    void showPsf(const QImage& picture) override { psf = picture; }
+    void showSpectrum(const ShownSpectrum& view) override { spectrum = view; }
+    void showPsf(const PsfPicture& picture) override { psf = picture; }
     void reportError(const QString& message) override { errors << message; }
 };
 

@@ -25,9 +25,4 @@ bool hasMoreThanEightBits(QImage::Format format);
 /// "Cannot save “name”: reason".
 QString saveFailure(const QString& path, const QString& reason);
 
-/// Writes bytes to path through a temporary file renamed into place, so that a failure or a full
-/// disk leaves an existing file untouched and no partial one. Returns an empty string on success,
-/// otherwise saveFailure's sentence.
-QString writeAtomically(const QString& path, const QByteArray& bytes);
-
 } // namespace clarovi::jobs

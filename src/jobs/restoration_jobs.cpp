@@ -1,10 +1,9 @@
 #include "restoration_jobs.h"
 
+#include "blur_estimation.h"
 #include "engine/deconvolve.h"
-#include "engine/frequency.h"
 #include "engine/image_bridge.h"
 #include "engine/log.h"
-#include "engine/log_magnitude.h"
 #include "engine/memory_policy.h"
 #include "engine/padding.h"
 #include "plane_restoration.h"
@@ -166,11 +165,6 @@ void RestorationJobs::restoreColour() {
         logLine("PSF IS EMPTY, RESTORATION SKIPPED");
         return;
     }
-    if (m_state.spectrumImage.isNull() && !m_state.spectrumDrawn) {
-        m_state.spectrumImage = spectrumPicture(fitToSide(planes[0], side), *kernel);
-        m_state.spectrumDrawn = true;
-    }
-
     // The three colour planes share one PSF spectrum and are restored at the same time; the X
     // plane carries no picture data, so it is only given the trimmed size.
     const cv::Size restoredSize = side > 0 ? cv::Size(side, side) : planes[0].size();
@@ -209,34 +203,20 @@ void RestorationJobs::spectrumCalculation() {
         setSpect();
         return;
     }
-    QImage spectrum;
-    guarded("spectrum", [&] { spectrum = computeSpectrumPicture(); });
+    m_state.jobImage = m_state.sourceImage;
+    ShownSpectrum spectrum;
+    guarded("spectrum", [&] {
+        spectrum = pictureSpectrum(shownGreyPicture(
+            m_state.jobImage, QSizeF(m_state.displayWidth, m_state.displayHeight)));
+    });
     m_window.unlockEverything();
-    m_state.spectrumImage = spectrum;
+    m_state.spectrumImage = spectrum.picture;
+    m_state.spectrumBand = spectrum.maxFrequency;
     setSpect();
 }
 
-QImage RestorationJobs::computeSpectrumPicture() {
-    m_state.jobImage = m_state.sourceImage;
-    const int side = jobSide(m_state);
-    const auto kernel = jobKernel(m_state.psfImage, side);
-    if (!kernel)
-        return {};
-    return spectrumPicture(fitToSide(engine::CVGrayscaleMat(m_state.jobImage), side), *kernel);
-}
-
-// The log-magnitude spectrum of plane blurred once more by kernel, as a picture; null when the
-// product is too small to show (plane and kernel of one size give a single value).
-QImage RestorationJobs::spectrumPicture(const cv::Mat& plane, const cv::Mat& kernel) {
-    cv::Mat plane32, blurred;
-    plane.convertTo(plane32, CV_32F);
-    m_state.convolutionMat = kernel;
-    engine::convolveSpectrum(plane32, m_state.convolutionMat, blurred);
-    return engine::imageWithCVMat(engine::logMagnitudeSpectrum(blurred));
-}
-
 void RestorationJobs::setSpect() {
-    m_window.showSpectrum(m_state.spectrumImage);
+    m_window.showSpectrum({m_state.spectrumImage, m_state.spectrumBand});
 }
 
 } // namespace clarovi::jobs

@@ -38,8 +38,7 @@ class RestorationJobs {
     /// and shows the result at display size. Locks the controls around it unless autoSilent.
     void auxTrueNoMultithread();
 
-    /// The colour restoration of activeImage; also builds the spectrum picture once per opened
-    /// picture while there is none.
+    /// The colour restoration of activeImage.
     void auxFalse();
 
     /// The live preview of the picture's preview copy, restored as 16 tiles at once.
@@ -53,15 +52,13 @@ class RestorationJobs {
     void runCompTrue() { ComputateIt(true); }
     void runCompFalse() { ComputateIt(false); }
 
-    /// The spectrum of sourceImage blurred once more by the PSF; locks around it and shows it.
+    /// The spectrum of the picture as it is shown; locks around it and shows it.
     void spectrumCalculation();
     void setSpect();
 
   private:
     void restoreGreyPreview();
     void restoreColour();
-    QImage computeSpectrumPicture();
-    QImage spectrumPicture(const cv::Mat& plane, const cv::Mat& kernel);
     void showResultAtDisplaySize();
     template <typename Work> void guarded(const char* what, Work&& work);
     template <typename Work> void wholePictureJob(const char* what, Work&& restore);

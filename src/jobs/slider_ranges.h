@@ -12,6 +12,12 @@ struct SliderRange {
     bool contains(double value) const { return value >= minimum && value <= maximum; }
 };
 
+/// A setting of the length and angle sliders.
+struct SliderSetting {
+    float length = 0;
+    double angle = 0;
+};
+
 /// The PSF length (disk diameter or line length) in pixels of the 2048-pixel working picture.
 inline constexpr SliderRange kLengthRange{1.0f, 100.0f, 10.0f, 0.1f};
 /// The sharpness mu. With these values the border multiplier at length 0 is about 0.99.

@@ -2,19 +2,28 @@
 #include "auto/data.h"
 #include "gui_helpers.h"
 
+#include <QCheckBox>
 #include <QListView>
 #include <QPushButton>
+
+#include <algorithm>
+#include <cmath>
 
 using clarovi::app::AutoViewController;
 using clarovi::autosearch::AutoResult;
 using clarovi::autosearch::Data;
+using clarovi::autosearch::GalleryModel;
 
 namespace {
 
-QImage quickThumbnail(int = 0, int = 0) {
+// An edge blurred the more the further the length is from 20, so that length 20 scores best.
+QImage quickThumbnail(double length = 20, double = 0) {
     QThread::msleep(1);
     QImage thumbnail(512, 341, QImage::Format_Grayscale8);
-    thumbnail.fill(90);
+    const int ramp = int(std::abs(length - 20)) + 1;
+    for (int y = 0; y < thumbnail.height(); ++y)
+        for (int x = 0; x < thumbnail.width(); ++x)
+            thumbnail.scanLine(y)[x] = uchar(std::clamp((x - 256) * 200 / ramp, 0, 200));
     return thumbnail;
 }
 
@@ -30,11 +39,23 @@ TEST_F(MainWindowTest, AnAutoRunCoversTheWindowThenOpensTheGallery) {
     ASSERT_TRUE(waitFor([this] { return window->gallery() != nullptr; }));
     AutoViewController* gallery = window->gallery();
     EXPECT_TRUE(overlay->isVisible() && gallery->isVisible());
-    const QAbstractItemModel* tiles = gallery->colView()->model();
+    QListView* view = gallery->colView();
+    const QAbstractItemModel* tiles = view->model();
     ASSERT_EQ(tiles->rowCount(), 41);
-    EXPECT_EQ(tiles->index(0, 0).data().toString(), "Ø 1.0 ∠ -45.0");
-    EXPECT_EQ(tiles->index(40, 0).data().toString(), "Ø 25.0 ∠ -45.0");
-    EXPECT_EQ(gallery->colView()->visualRect(tiles->index(0, 0)).size(), QSize(400, 400));
+    // The labels say what a pick sets the length slider to: longer than the thumbnail's PSF,
+    // since Fixed size shrinks the padded small copy under it. A disk's label has no angle.
+    EXPECT_EQ(tiles->index(0, 0).data().toString(), "Ø 1.2");
+    EXPECT_EQ(tiles->index(40, 0).data().toString(), "Ø 46.9");
+    EXPECT_EQ(view->visualRect(tiles->index(0, 0)).size(), QSize(400, 400));
+    // It opens on the best-scoring tile, marked; sorted by score, that tile comes first.
+    const QModelIndex best = tiles->index(19, 0);
+    EXPECT_TRUE(best.data(GalleryModel::kBestRole).toBool());
+    EXPECT_FALSE(tiles->index(18, 0).data(GalleryModel::kBestRole).toBool());
+    ASSERT_TRUE(waitFor([&] { return view->currentIndex() == best; }));
+    EXPECT_TRUE(view->viewport()->rect().intersects(view->visualRect(best)));
+    gallery->findChild<QCheckBox*>("sortByScore")->click();
+    EXPECT_TRUE(tiles->index(0, 0).data(GalleryModel::kBestRole).toBool());
+    EXPECT_EQ(view->currentIndex().row(), 0);
 
     // "Keep current settings": the window comes back as it was, and the application goes on.
     const QImage shown = window->shownImage();
@@ -61,14 +82,17 @@ TEST_F(MainWindowTest, PickingTheFirstTileOfAMotionRunTakesItsSettings) {
     AutoViewController* gallery = window->gallery();
     QListView* view = gallery->colView();
     ASSERT_EQ(view->model()->rowCount(), 966);
-    EXPECT_EQ(view->model()->index(0, 0).data().toString(), "Ø 1.0 ∠ 0.0");
+    EXPECT_EQ(view->model()->index(0, 0).data().toString(), "Ø 1.2 ∠ 0.0");
 
+    window->setSharpness(0.006f);
+    view->scrollToTop();
     QTest::mouseClick(view->viewport(), Qt::LeftButton, {},
                       view->visualRect(view->model()->index(0, 0)).center());
     Data& shared = Data::getInstance();
-    EXPECT_EQ(std::tuple(shared.selectedLength.load(), shared.selectedAngle.load(),
-                         shared.selectedWidth.load()),
-              std::tuple(1.0, 0.0, 0.2));
+    EXPECT_NEAR(shared.selectedLength.load(), 1.2, 1e-9);
+    EXPECT_EQ(std::tuple(shared.selectedAngle.load(), shared.selectedWidth.load(),
+                         shared.selectedSharpness.load()),
+              std::tuple(0.0, 0.2, 0.0035));
     EXPECT_TRUE(shared.toPut);
     EXPECT_FALSE(gallery->isVisible());
     EXPECT_EQ(terminations, 0);
@@ -77,16 +101,17 @@ TEST_F(MainWindowTest, PickingTheFirstTileOfAMotionRunTakesItsSettings) {
     // The next tick of the pick timer applies it, and the colour restoration follows.
     ASSERT_TRUE(waitFor([&] { return !shared.toPut; }, 3000));
     EXPECT_FALSE(outlet("neCont")->isVisible());
-    EXPECT_FLOAT_EQ(slider("psfCountD")->floatValue(), 1.0f);
+    EXPECT_FLOAT_EQ(slider("psfCountD")->floatValue(), 1.2f);
     EXPECT_FLOAT_EQ(slider("psfAngle")->floatValue(), 0.0f);
     EXPECT_FLOAT_EQ(slider("anglewidth")->floatValue(), 0.2f);
+    EXPECT_FLOAT_EQ(slider("muSlider")->floatValue(), 0.0035f) << "the thumbnail's sharpness";
     EXPECT_EQ(title(), "LOADING");
     ASSERT_TRUE(waitFor([this] { return log.count("RESOLUTION") == 2; }, 10000));
     EXPECT_EQ(window->shownImage().size(), QSize(2048, 1365));
 }
 
 TEST_F(MainWindowTest, ClosingTheGalleryWithoutAPickQuits) {
-    Data::getInstance().arrayOfData = {AutoResult{quickThumbnail(), 3, 16.0f}};
+    Data::getInstance().arrayOfData = {AutoResult{quickThumbnail(), 3, 16.0f, 3, 0, true}};
     window->showCv();
     AutoViewController* gallery = window->gallery();
     ASSERT_EQ(gallery->colView()->model()->index(0, 0).data().toString(), "Ø 3.0 ∠ 16.0");

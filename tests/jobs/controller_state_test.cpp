@@ -17,7 +17,7 @@ TEST(ControllerState, OpeningKeepsTheAspectForDisplayAndSquaresTheWorkingCopies)
         state.setUpDefaults(0.0035f, 0.002f, 0.008f, 10.0f);
         state.motionBlur = true;
         state.autoSilent = true;
-        state.spectrumDrawn = true;
+        state.estimate = ControllerState::Estimate{{20, 10}, true};
         QImage photo(size, QImage::Format_RGB32);
         photo.fill(Qt::gray);
         state.installPicture(photo);
@@ -26,9 +26,9 @@ TEST(ControllerState, OpeningKeepsTheAspectForDisplayAndSquaresTheWorkingCopies)
         EXPECT_EQ(state.sourceImage.size(), QSize(2048, 2048));
         EXPECT_EQ(state.previewSourceImage.size(), QSize(1024, 1024));
         EXPECT_EQ(state.activeImage, state.sourceImage);
-        // Fixed size and out of focus again, loud, no spectrum yet, fresh.
+        // Fixed size and out of focus again, loud, no estimate of the last picture, fresh.
         EXPECT_EQ(std::tuple(state.keepAspect, state.motionBlur, state.autoSilent,
-                             state.spectrumDrawn, state.freshImage),
+                             state.estimate.has_value(), state.freshImage),
                   std::tuple(true, false, false, false, true));
     }
 }

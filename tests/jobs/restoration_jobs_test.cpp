@@ -132,34 +132,21 @@ TEST(PreviewJob, WhatCannotBeRestoredKeepsWhatIsShownAndUnlocks) {
     }
 }
 
-TEST(ColourJob, BuildsTheSpectrumOnlyOncePerOpenedPicture) {
+// The spectrum of the picture as shown, whatever Fixed size says, cut to the frequencies with
+// signal: an enlarged photograph has none near the top.
+TEST(SpectrumJob, ShowsThePicturesOwnSpectrumAndClearsItWithoutAPicture) {
     OpenedPicture opened(scenePicture(600, 400));
-    opened.state.keepAspect = false;
-    opened.jobs.runCompFalse();
-    EXPECT_TRUE(opened.state.spectrumDrawn && !opened.state.spectrumImage.isNull());
-
-    // With keepAspect the picture and the PSF have one size: a single value, no spectrum, and
-    // no second try for this picture.
-    OpenedPicture square(scenePicture(600, 400));
-    square.jobs.runCompFalse();
-    EXPECT_TRUE(square.state.spectrumDrawn && square.state.spectrumImage.isNull());
-}
-
-TEST(SpectrumJob, LocksAroundItAndShowsWhatItMade) {
-    OpenedPicture opened(scenePicture(600, 400));
-    opened.jobs.spectrumCalculation();
-    EXPECT_EQ(opened.window.lockCount, 1);
-    EXPECT_FALSE(opened.window.locked);
-    // Right after opening the PSF canvas is the working picture's size: nothing to show.
-    EXPECT_TRUE(opened.state.spectrumImage.isNull());
-    EXPECT_EQ(opened.state.jobImage, opened.state.sourceImage);
-
-    opened.state.keepAspect = false;
-    opened.state.psfImage = opened.state.MakePsfD(40, 0, 0.2, true);
-    opened.jobs.spectrumCalculation();
-    EXPECT_EQ(opened.window.spectrum.size(), QSize(1800, 1800)) << "optimal size above 1793";
+    for (const bool keepAspect : {true, false}) {
+        opened.state.keepAspect = keepAspect;
+        opened.jobs.spectrumCalculation();
+        const auto& [picture, band] = opened.window.spectrum;
+        EXPECT_TRUE(!picture.isNull() && picture.width() == picture.height()) << keepAspect;
+        EXPECT_TRUE(band > 0.05 && band < 0.4) << band;
+        EXPECT_EQ(opened.state.spectrumImage, picture);
+    }
+    EXPECT_EQ(std::pair(opened.window.lockCount, opened.window.locked), std::pair(2, false));
 
     opened.window.shown = QImage();
     opened.jobs.spectrumCalculation();
-    EXPECT_TRUE(opened.window.spectrum.isNull());
+    EXPECT_TRUE(opened.window.spectrum.picture.isNull());
 }

@@ -1,0 +1,58 @@
+#pragma once
+
+#include "blur_geometry.h"
+#include "controller_state.h"
+#include "engine/blur_estimate.h"
+#include "window_port.h"
+
+#include <QFutureWatcher>
+#include <QObject>
+#include <opencv2/core.hpp>
+
+namespace clarovi::jobs {
+
+/// The grey working picture as the photograph is shown: the square working copy brought back to
+/// the display size (its own aspect ratio, longer side workingSide), where a disk blur is round
+/// and a line keeps its angle. What the blur estimate and the spectrum view read.
+cv::Mat shownGreyPicture(const QImage& sourceImage, QSizeF displaySize);
+
+/// The spectrum view of a grey picture: its averaged log power spectrum cut to the frequencies
+/// that hold signal. An empty picture when the picture is too small to average.
+ShownSpectrum pictureSpectrum(const cv::Mat& grey);
+
+/// An estimated blur brought to the sliders.
+struct EstimatedSetting {
+    engine::BlurEstimate estimate;
+    SliderSetting setting;    ///< the sliders whose restoration undoes it
+    bool clear = false;       ///< confident enough to move the sliders to it
+    bool beyondRange = false; ///< longer than the length slider reaches: setting is its end
+};
+EstimatedSetting settingOf(const engine::BlurEstimate& estimate, const ControllerState& state);
+
+/// The estimate of the opened picture's blur, one at a time, off the main thread; its outcome is
+/// reported on the thread that started it.
+class BlurEstimation : public QObject {
+    Q_OBJECT
+  public:
+    BlurEstimation();
+    /// Waits for an estimate under way.
+    ~BlurEstimation() override;
+
+    /// Starts estimating the blur of the state's working picture, of the kind wanted. Does nothing
+    /// and returns false while an estimate runs or without a picture.
+    bool start(const ControllerState& state, engine::KindWanted wanted);
+    bool running() const { return m_watcher.isRunning(); }
+
+  signals:
+    void finished(const clarovi::engine::BlurEstimate& estimate);
+    void failed(const QString& why);
+
+  private:
+    struct Outcome {
+        engine::BlurEstimate estimate{};
+        QString failure;
+    };
+    QFutureWatcher<Outcome> m_watcher;
+};
+
+} // namespace clarovi::jobs
