@@ -58,6 +58,7 @@ EstimatedSetting settingOf(const engine::BlurEstimate& estimate, const Controlle
 
 BlurEstimation::BlurEstimation() {
     connect(&m_watcher, &QFutureWatcher<Outcome>::finished, this, [this] {
+        m_running = false;
         const Outcome outcome = m_watcher.result();
         if (outcome.failure.isEmpty())
             emit finished(outcome.estimate);
@@ -77,6 +78,7 @@ bool BlurEstimation::start(const ControllerState& state, engine::KindWanted want
     // replaces the state's, not these.
     const QImage source = state.sourceImage;
     const QSizeF shown(state.displayWidth, state.displayHeight);
+    m_running = true;
     m_watcher.setFuture(QtConcurrent::run([source, shown, wanted] {
         Outcome outcome;
         try {

@@ -41,7 +41,8 @@ class BlurEstimation : public QObject {
     /// Starts estimating the blur of the state's working picture, of the kind wanted. Does nothing
     /// and returns false while an estimate runs or without a picture.
     bool start(const ControllerState& state, engine::KindWanted wanted);
-    bool running() const { return m_watcher.isRunning(); }
+    /// From start until its outcome has been reported.
+    bool running() const { return m_running; }
 
   signals:
     void finished(const clarovi::engine::BlurEstimate& estimate);
@@ -53,6 +54,7 @@ class BlurEstimation : public QObject {
         QString failure;
     };
     QFutureWatcher<Outcome> m_watcher;
+    bool m_running = false;
 };
 
 } // namespace clarovi::jobs

@@ -29,12 +29,12 @@ struct FakeAutoWindow : AutoWindowPort {
     void showSearchFailure(const QString& why) override { failure = why; }
 };
 
-QImage quickThumbnail(int, int) {
+QImage quickThumbnail(double, double) {
     QThread::msleep(1); // long enough for a cancel to land mid-run
     return QImage(4, 3, QImage::Format_Grayscale8);
 }
 
-QImage failingThumbnail(int, int) {
+QImage failingThumbnail(double, double) {
     throw std::runtime_error("no memory left");
 }
 
@@ -118,4 +118,16 @@ TEST_F(AutoRunTest, ACancelledOrFailedRunLeavesTheStateAndTheResultsAsBefore) {
     run.setRestoration(quickThumbnail);
     run.MainWrapper();
     ASSERT_TRUE(waitFor([&] { return updates.count() >= 2; }));
+}
+
+// An estimate of the mode's kind centres the search on it; one of the other kind is left aside.
+TEST_F(AutoRunTest, AnEstimateOfTheModesKindCentresTheSearch) {
+    opened.state.estimate = clarovi::jobs::ControllerState::Estimate{{24, 30}, true};
+    for (const bool motion : {true, false}) {
+        opened.state.motionBlur = motion;
+        window.galleries = 0;
+        run.MainWrapper();
+        ASSERT_TRUE(waitFor([&] { return window.galleries == 1; }));
+        EXPECT_EQ(Data::getInstance().arrayOfData.size(), motion ? 15u * 13 : 41u);
+    }
 }

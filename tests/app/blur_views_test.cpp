@@ -1,0 +1,82 @@
+#include "app/spectrum_preview.h"
+#include "engine/image_bridge.h"
+#include "engine/psf.h"
+#include "gui_helpers.h"
+
+#include <QPushButton>
+#include <QStatusBar>
+#include <opencv2/imgproc.hpp>
+
+#include <cmath>
+#include <numbers>
+
+using clarovi::app::SpectrumPreview;
+namespace engine = clarovi::engine;
+
+namespace {
+
+// camera.png blurred by a line 8 pixels long at 20 degrees: 32 on the working picture.
+QString blurredCamera(const QTemporaryDir& dir) {
+    const cv::Mat sharp = engine::CVGrayscaleMat(QImage(CLAROVI_DATA_DIR "/camera.png"));
+    const cv::Mat kernel = *engine::normalizedKernel(
+        engine::CVGrayscaleMat(engine::MakePsfD(8, 20, 1, false, true, {24, 24})));
+    cv::Mat blurred;
+    cv::filter2D(sharp, blurred, -1, kernel, {-1, -1}, 0, cv::BORDER_REFLECT);
+    const QString path = dir.filePath("blurred.png");
+    engine::imageWithCVMat(blurred).save(path);
+    return path;
+}
+
+double degreesOf(cv::Point2d line) {
+    return std::atan2(-line.y, line.x) * 180 / std::numbers::pi;
+}
+
+} // namespace
+
+// Off the main thread the blur is found; the switch and the sliders move to it and the preview
+// restores, so that the zeros the spectrum draws are those of the blur put in. A sharp picture
+// keeps the sliders where they were.
+TEST_F(MainWindowTest, EstimateSetsTheSlidersToTheBlurFoundOrSaysThereIsNone) {
+    openSample(blurredCamera(dir));
+    const int before = restorations();
+    QTest::keyClick(window.get(), Qt::Key_E, Qt::ControlModifier);
+    EXPECT_TRUE(window->estimating());
+    ASSERT_TRUE(waitFor([&] { return !window->estimating() && restorations() > before; }));
+    ASSERT_TRUE(waitFor([this] { return unlocked(); }));
+    EXPECT_TRUE(outlet<QPushButton>("movedSw")->isChecked());
+    EXPECT_FLOAT_EQ(slider("anglewidth")->floatValue(), 1.0f);
+    EXPECT_TRUE(window->statusBar()->currentMessage().startsWith("Motion blur found"));
+    const auto& undone = outlet<SpectrumPreview>("spectrumPreview")->blur();
+    ASSERT_TRUE(undone && undone->kind == engine::BlurKind::Motion);
+    const cv::Point2d put = engine::shapeOf(engine::BlurKind::Motion, 32, 20).extent;
+    EXPECT_NEAR(cv::norm(undone->extent), cv::norm(put), 0.06 * cv::norm(put));
+    EXPECT_NEAR(std::remainder(degreesOf(undone->extent) - degreesOf(put), 180.0), 0, 3.0);
+
+    openSample(QStringLiteral(CLAROVI_DATA_DIR "/astronaut.png"));
+    const float length = slider("psfCountD")->floatValue();
+    QTest::mouseClick(outlet("estimateBtn"), Qt::LeftButton);
+    ASSERT_TRUE(waitFor([&] { return !window->estimating(); }));
+    EXPECT_EQ(window->statusBar()->currentMessage(), "No clear blur found");
+    EXPECT_EQ(slider("psfCountD")->floatValue(), length);
+    EXPECT_TRUE(outlet("estimateBtn")->isEnabled());
+}
+
+// With Fixed size on as after opening, the spectrum view shows the picture's spectrum; the zeros
+// drawn over it follow a drag; a click enlarges it in a window of its own that follows too.
+TEST_F(MainWindowTest, TheSpectrumShowsAtOnceAndItsZerosFollowTheSliders) {
+    openSample();
+    auto* spectrum = outlet<SpectrumPreview>("spectrumPreview");
+    double darkest = 0, brightest = 0;
+    cv::minMaxLoc(engine::CVGrayscaleMat(spectrum->image()), &darkest, &brightest);
+    EXPECT_GT(brightest - darkest, 200) << "not a black square";
+    ASSERT_TRUE(spectrum->blur());
+    const double before = spectrum->blur()->extent.x;
+    QTest::mouseClick(spectrum, Qt::LeftButton);
+    SpectrumPreview* enlarged = window->spectrumWindowView();
+    ASSERT_TRUE(enlarged && enlarged->isVisible() && enlarged->isZoomable());
+    EXPECT_EQ(enlarged->image(), spectrum->image());
+    drag(slider("psfCountD"), 3);
+    EXPECT_GT(spectrum->blur()->extent.x, before);
+    EXPECT_EQ(enlarged->blur()->extent, spectrum->blur()->extent);
+    ASSERT_TRUE(waitFor([this] { return unlocked(); }));
+}
