@@ -1,5 +1,6 @@
-// One auto restoration at each border stage, the whole searches on the sample, and the
-// deconvolutions at the sizes a step restores.
+// One auto restoration at each border stage, the whole searches on the sample (over the grid and
+// around an estimate, Fixed size on), the command line's motion search with its files against
+// the search alone, and the deconvolutions at the sizes a step restores.
 #include "auto/auto_search.h"
 #include "engine/deconvolve.h"
 #include "engine/image_bridge.h"
@@ -8,8 +9,12 @@
 #include "qt_bench_main.h"
 
 #include <QGuiApplication>
+#include <QProcess>
+#include <QTemporaryDir>
 #include <benchmark/benchmark.h>
 #include <opencv2/imgproc.hpp>
+
+#include <optional>
 
 #include <sys/resource.h>
 
@@ -23,11 +28,12 @@ const QImage& sample() {
     return picture;
 }
 
-SearchInput sampleInput(bool keepAspect, bool motion) {
+SearchInput sampleInput(bool keepAspect, bool motion,
+                        std::optional<clarovi::jobs::SliderSetting> around = {}) {
     OpenedPicture opened(sample());
     opened.state.keepAspect = keepAspect;
     opened.state.motionBlur = motion;
-    return snapshotOf(opened.state);
+    return snapshotOf(opened.state, around);
 }
 
 // Arguments: the length (1, 23, 48 or 73 start the four border stages) and keepAspect.
@@ -61,9 +67,10 @@ BENCHMARK(BM_Deconvolve)
     ->Unit(benchmark::kMillisecond)
     ->UseRealTime();
 
-void wholeSearch(benchmark::State& state, bool motion) {
+void wholeSearch(benchmark::State& state, bool motion,
+                 std::optional<clarovi::jobs::SliderSetting> around = {}) {
     for (auto _ : state) {
-        AutoSearch search(sampleInput(true, motion));
+        AutoSearch search(sampleInput(true, motion, around));
         search.run([](const ProgressUpdate&) {});
         benchmark::DoNotOptimize(search.results.size());
     }
@@ -81,6 +88,28 @@ void BM_SearchMotion(benchmark::State& state) {
     wholeSearch(state, true);
 }
 BENCHMARK(BM_SearchMotion)->Unit(benchmark::kMillisecond)->UseRealTime()->Iterations(1);
+
+// Lengths 0.7 to 1.3 times 40 a pixel apart, at 13 angles: 325 restorations.
+void BM_SearchMotionAroundEstimate(benchmark::State& state) {
+    wholeSearch(state, true, clarovi::jobs::SliderSetting{40.0f, 20.0});
+}
+BENCHMARK(BM_SearchMotionAroundEstimate)->Unit(benchmark::kMillisecond)->UseRealTime();
+
+// The whole `clarovi-cli --auto DIR --motion` command, thumbnails and index written: compare
+// with BM_SearchMotion, the search alone.
+void BM_CliAutoMotion(benchmark::State& state) {
+    for (auto _ : state) {
+        QTemporaryDir folder;
+        QProcess cli;
+        cli.start(QStringLiteral(CLAROVI_CLI),
+                  {QStringLiteral("--auto"), folder.filePath(QStringLiteral("search")),
+                   QStringLiteral("--motion"),
+                   QStringLiteral(CLAROVI_DATA_DIR "/coffee-defocus.png")});
+        if (!cli.waitForFinished(300'000) || cli.exitCode() != 0)
+            state.SkipWithError("clarovi-cli failed");
+    }
+}
+BENCHMARK(BM_CliAutoMotion)->Unit(benchmark::kMillisecond)->UseRealTime()->Iterations(1);
 
 } // namespace
 

@@ -24,6 +24,7 @@
 #include <QProgressDialog>
 #include <QPushButton>
 #include <QSettings>
+#include <QScreen>
 #include <QStatusBar>
 #include <QToolButton>
 #include <QVBoxLayout>
@@ -382,6 +383,12 @@ void MainWindow::showSpectrumWindow() {
         layout->addWidget(view, 1);
         layout->addWidget(hint);
         window->resize(640, 700);
+        // Beside the main window where the screen has room, otherwise over the picture: the
+        // sliders it answers to stay in view.
+        const QRect screenArea = screen()->availableGeometry();
+        const bool roomRight = frameGeometry().right() + window->width() < screenArea.right();
+        window->move(roomRight ? frameGeometry().topRight() + QPoint(8, 0)
+                               : frameGeometry().topLeft() + QPoint(24, 48));
         m_spectrumWindow = window;
         m_spectrumWindowView = view;
     }

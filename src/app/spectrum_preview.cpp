@@ -94,6 +94,9 @@ void SpectrumPreview::paintEvent(QPaintEvent* event) {
     if (!m_blur || image().isNull())
         return;
     QPainter painter(this);
+    // Over the spectrum only, not the bars beside it.
+    painter.setClipRect(QRectF(pictureToWidget({0, 0}),
+                               pictureToWidget(QPointF(image().width(), image().height()))));
     painter.setRenderHint(QPainter::Antialiasing);
     painter.setPen(QPen(kZeroColour, 1.0));
     painter.setBrush(Qt::NoBrush);
