@@ -2,7 +2,6 @@
 
 #include <QCommandLineParser>
 
-#include <array>
 #include <cmath>
 
 namespace clarovi::app {
@@ -54,10 +53,48 @@ std::optional<float> readNumber(const QCommandLineParser& parser, const NumberOp
     return single;
 }
 
+// The options that take no number, in the order --help lists them: name, help line, and the
+// name of their value for those that take one.
+struct PlainOption {
+    const char* name;
+    const char* help;
+    const char* value = nullptr;
+};
+constexpr PlainOption kPlainOptions[] = {
+    {"motion", "Motion blur (a line) instead of defocus (a disk)."},
+    {"focus", "With --estimate or --around-estimate: look for out-of-focus blur only (--motion: "
+              "motion blur only)."},
+    {"rgb", "Restore in colour, not only the grey preview."},
+    {"estimate", "Find the blur in INPUT and print it; with OUTPUT, restore with it too."},
+    {"tiled", "Write the live preview a drag of the length slider shows."},
+    {"auto", "Run the automatic search and write its thumbnails into OUTDIR.", "OUTDIR"},
+    {"around-estimate", "With --auto: search finely around the blur found in INPUT instead of "
+                        "the fixed grid."},
+    {"verbose", "Print the restoration's log lines and the image libraries' warnings."},
+    {"full-size", "Restore the whole photograph at its own size, in colour, and write it with "
+                  "its metadata as PNG, TIFF or JPEG (by OUTPUT's extension)."},
+    {"depth",
+     "Bits per channel of a --full-size PNG or TIFF: 8 or 16 (default: the "
+     "photograph's).",
+     "BITS"},
+    {"quality", "Quality of a --full-size JPEG, 1 to 100 (95).", "Q"},
+    {"out-dir", "With --full-size: export every INPUT into DIR as <name>-restored.<ext>.", "DIR"},
+    {"format", "With --out-dir: png, tif or jpg (default png).", "EXT"},
+};
+
+void addPlainOptions(QCommandLineParser& parser) {
+    for (const PlainOption& plain : kPlainOptions) {
+        QCommandLineOption option(QString::fromLatin1(plain.name), QString::fromUtf8(plain.help));
+        if (plain.value)
+            option.setValueName(QString::fromLatin1(plain.value));
+        parser.addOption(option);
+    }
+}
+
 // --depth, --quality and --format into options; why one is refused, or an empty string.
-QString readExportOptions(const QCommandLineParser& parser,
-                          const std::array<QCommandLineOption, 3>& given, CliOptions& options) {
-    const auto& [depth, quality, format] = given;
+QString readExportOptions(const QCommandLineParser& parser, CliOptions& options) {
+    const QString depth = QStringLiteral("depth"), quality = QStringLiteral("quality"),
+                  format = QStringLiteral("format");
     if (parser.isSet(depth)) {
         options.depth = parser.value(depth).toInt();
         if (options.depth != 8 && options.depth != 16)
@@ -110,22 +147,6 @@ CliParseResult parseCliOptions(const QStringList& arguments) {
         "the blur found in the photograph as the sliders would take it, on one line: "
         "\"focus LENGTH CONFIDENCE\" or \"motion LENGTH ANGLE CONFIDENCE\"."));
     const QCommandLineOption helpOption = parser.addHelpOption();
-    const QCommandLineOption motionOption(
-        QStringLiteral("motion"),
-        QStringLiteral("Motion blur (a line) instead of defocus (a disk)."));
-    const QCommandLineOption focusOption(
-        QStringLiteral("focus"),
-        QStringLiteral("With --estimate or --around-estimate: look for out-of-focus blur only "
-                       "(--motion: motion blur only)."));
-    const QCommandLineOption estimateOption(
-        QStringLiteral("estimate"),
-        QStringLiteral("Find the blur in INPUT and print it; with OUTPUT, restore with it too."));
-    const QCommandLineOption aroundOption(
-        QStringLiteral("around-estimate"),
-        QStringLiteral("With --auto: search finely around the blur found in INPUT instead of the "
-                       "fixed grid."));
-    const QCommandLineOption rgbOption(
-        QStringLiteral("rgb"), QStringLiteral("Restore in colour, not only the grey preview."));
     const NumberOption length{numberOption(QStringLiteral("length"),
                                            QStringLiteral("PSF length or disk diameter in pixels"),
                                            jobs::kLengthRange),
@@ -142,43 +163,9 @@ CliParseResult parseCliOptions(const QStringList& arguments) {
                                               QStringLiteral("Sharpness mu"),
                                               jobs::kSharpnessRange),
                                  jobs::kSharpnessRange};
-    parser.addOption(motionOption);
     for (const NumberOption* number : {&length, &angle, &width, &sharpness})
         parser.addOption(number->option);
-    parser.addOption(rgbOption);
-    const QCommandLineOption tiledOption(
-        QStringLiteral("tiled"),
-        QStringLiteral("Write the live preview a drag of the length slider shows."));
-    const QCommandLineOption autoOption(
-        QStringLiteral("auto"),
-        QStringLiteral("Run the automatic search and write its thumbnails into OUTDIR."),
-        QStringLiteral("OUTDIR"));
-    const QCommandLineOption verboseOption(
-        QStringLiteral("verbose"),
-        QStringLiteral("Print the restoration's log lines and the image libraries' warnings."));
-    const QCommandLineOption fullSizeOption(
-        QStringLiteral("full-size"),
-        QStringLiteral("Restore the whole photograph at its own size, in colour, and write it "
-                       "with its metadata as PNG, TIFF or JPEG (by OUTPUT's extension)."));
-    const QCommandLineOption depthOption(
-        QStringLiteral("depth"),
-        QStringLiteral("Bits per channel of a --full-size PNG or TIFF: 8 or 16 (default: the "
-                       "photograph's)."),
-        QStringLiteral("BITS"));
-    const QCommandLineOption qualityOption(
-        QStringLiteral("quality"), QStringLiteral("Quality of a --full-size JPEG, 1 to 100 (95)."),
-        QStringLiteral("Q"));
-    const QCommandLineOption outDirOption(
-        QStringLiteral("out-dir"),
-        QStringLiteral("With --full-size: export every INPUT into DIR as <name>-restored.<ext>."),
-        QStringLiteral("DIR"));
-    const QCommandLineOption formatOption(
-        QStringLiteral("format"), QStringLiteral("With --out-dir: png, tif or jpg (default png)."),
-        QStringLiteral("EXT"));
-    for (const QCommandLineOption* option :
-         {&focusOption, &estimateOption, &aroundOption, &tiledOption, &autoOption, &verboseOption,
-          &fullSizeOption, &depthOption, &qualityOption, &outDirOption, &formatOption})
-        parser.addOption(*option);
+    addPlainOptions(parser);
     parser.addPositionalArgument(
         QStringLiteral("INPUT"),
         QStringLiteral("Photograph to restore (PNG, JPEG, TIFF, BMP, WebP, GIF)."));
@@ -203,35 +190,36 @@ CliParseResult parseCliOptions(const QStringList& arguments) {
     if (!error.isEmpty())
         return refusal(error);
 
+    const auto set = [&parser](const char* name) {
+        return parser.isSet(QString::fromLatin1(name));
+    };
     const QStringList files = parser.positionalArguments();
-    options.autoDir = parser.value(autoOption);
-    const bool search = parser.isSet(autoOption);
+    options.autoDir = parser.value(QStringLiteral("auto"));
+    const bool search = set("auto");
     if (search && options.autoDir.isEmpty())
         return refusal(QStringLiteral("--auto expects a folder"));
-    options.verbose = parser.isSet(verboseOption);
-    options.motion = parser.isSet(motionOption);
-    options.focus = parser.isSet(focusOption);
-    options.estimate = parser.isSet(estimateOption);
-    options.aroundEstimate = parser.isSet(aroundOption);
-    options.rgb = parser.isSet(rgbOption);
-    error = estimateConflict(
-        options, search || parser.isSet(tiledOption) || parser.isSet(fullSizeOption),
-        parser.isSet(length.option) || parser.isSet(angle.option) || parser.isSet(width.option));
+    options.verbose = set("verbose");
+    options.motion = set("motion");
+    options.focus = set("focus");
+    options.estimate = set("estimate");
+    options.aroundEstimate = set("around-estimate");
+    options.rgb = set("rgb");
+    error = estimateConflict(options, search || set("tiled") || set("full-size"),
+                             set("length") || set("angle") || set("width"));
     if (!error.isEmpty())
         return refusal(error);
-    options.fullSize = parser.isSet(fullSizeOption);
-    options.outDir = parser.value(outDirOption);
-    const bool batch = parser.isSet(outDirOption);
+    options.fullSize = set("full-size");
+    options.outDir = parser.value(QStringLiteral("out-dir"));
+    const bool batch = set("out-dir");
     if (batch && options.outDir.isEmpty())
         return refusal(QStringLiteral("--out-dir expects a folder"));
-    error = readExportOptions(parser, {depthOption, qualityOption, formatOption}, options);
+    error = readExportOptions(parser, options);
     if (!error.isEmpty())
         return refusal(error);
-    if (!options.fullSize && (batch || parser.isSet(depthOption) || parser.isSet(qualityOption) ||
-                              parser.isSet(formatOption)))
+    if (!options.fullSize && (batch || set("depth") || set("quality") || set("format")))
         return refusal(QStringLiteral("--depth, --quality, --format and --out-dir go with "
                                       "--full-size"));
-    if (options.fullSize && (search || parser.isSet(tiledOption)))
+    if (options.fullSize && (search || set("tiled")))
         return refusal(QStringLiteral("--full-size goes with neither --auto nor --tiled"));
     if (batch) {
         if (files.isEmpty())
@@ -249,8 +237,8 @@ CliParseResult parseCliOptions(const QStringList& arguments) {
                 .arg(files.size() == 1 ? "" : "s"));
     options.input = files[0];
     options.output = files.size() == 2 ? files[1] : QString();
-    options.tiled = parser.isSet(tiledOption);
-    if (options.tiled && (search || parser.isSet(rgbOption)))
+    options.tiled = set("tiled");
+    if (options.tiled && (search || options.rgb))
         return refusal(QStringLiteral("--tiled goes with neither --rgb nor --auto"));
     return {CliParseResult::Outcome::Run, options, {}};
 }
