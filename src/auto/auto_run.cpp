@@ -27,11 +27,13 @@ void searchWorker(QPromise<ProgressUpdate>& promise, AutoSearch* search, QString
 }
 
 // The search goes around the blur estimated in the picture when it is of the kind the window is
-// set to; otherwise, and without an estimate, over the fixed grid.
+// set to; otherwise, and without an estimate, over the fixed grid. The estimate is brought to the
+// sliders now, as Fixed size may have changed since.
 std::optional<jobs::SliderSetting> aroundEstimate(const jobs::ControllerState& state) {
-    if (state.estimate && state.estimate->motion == state.motionBlur)
-        return state.estimate->setting;
-    return std::nullopt;
+    const bool motion = state.estimate && state.estimate->kind == engine::BlurKind::Motion;
+    if (!state.estimate || motion != state.motionBlur)
+        return std::nullopt;
+    return jobs::settingFor(*state.estimate, state);
 }
 
 } // namespace

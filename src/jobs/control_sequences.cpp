@@ -223,7 +223,7 @@ void ControlSequences::applyEstimate(const EstimatedSetting& found) {
     m_state.currentAngle = m_window.psfAngle();
     m_state.currentWidth = m_window.psfWidth();
     m_state.estimate =
-        ControllerState::Estimate{{m_state.eventLength, m_state.currentAngle}, motion};
+        engine::shapeOf(found.estimate.kind, found.estimate.length, found.estimate.angle);
     endStep(Setting::Length, 0);
 }
 

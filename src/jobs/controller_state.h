@@ -1,5 +1,6 @@
 #pragma once
 
+#include "engine/blur_shape.h"
 #include "engine/padding.h"
 #include "slider_ranges.h"
 
@@ -70,12 +71,8 @@ struct ControllerState {
     // Per opened picture.
     bool freshImage = false;   ///< a picture was just opened; its first computations are due
     double spectrumBand = 0.5; ///< cycles per pixel that spectrumImage covers, centre to edge
-    /// The sliders' setting for the blur estimated in the picture, when one was found.
-    struct Estimate {
-        SliderSetting setting;
-        bool motion = false;
-    };
-    std::optional<Estimate> estimate;
+    /// The blur estimated in the picture, as it lies on the photograph shown, when one was found.
+    std::optional<engine::BlurShape> estimate;
 
     /// The window's starting values: sizes 2048 and 1024, angle -45, width 0.2, keepAspect on,
     /// autoSilent off, the sharpness control's value and range, and the PSF of psfLength.

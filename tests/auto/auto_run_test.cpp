@@ -122,7 +122,7 @@ TEST_F(AutoRunTest, ACancelledOrFailedRunLeavesTheStateAndTheResultsAsBefore) {
 
 // An estimate of the mode's kind centres the search on it; one of the other kind is left aside.
 TEST_F(AutoRunTest, AnEstimateOfTheModesKindCentresTheSearch) {
-    opened.state.estimate = clarovi::jobs::ControllerState::Estimate{{24, 30}, true};
+    opened.state.estimate = clarovi::jobs::shownBlurOf({24, 30}, true, opened.state);
     for (const bool motion : {true, false}) {
         opened.state.motionBlur = motion;
         window.galleries = 0;

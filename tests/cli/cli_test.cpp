@@ -1,4 +1,5 @@
 #include "cli_options.h"
+#include "engine/blur_estimate.h"
 #include "common/file_size_limit.h"
 
 #include <QFile>
@@ -59,6 +60,11 @@ TEST(CliOptions, RefusesWithAReason) {
         {{"--full-size", "--depth", "12", "a", "b"}, "--depth expects 8 or 16"},
         {{"--full-size", "--out-dir", "d", "--format", "gif", "a"}, "--format expects png"},
         {{"--full-size", "--tiled", "a", "b"}, "--full-size goes with neither"},
+        {{"--estimate", "--focus", "--motion", "a"}, "--focus and --motion exclude each other"},
+        {{"--focus", "a", "b"}, "--focus goes with --estimate or --around-estimate"},
+        {{"--around-estimate", "a", "b"}, "--around-estimate goes with --auto"},
+        {{"--estimate", "--auto", "d", "a"}, "--estimate goes with neither"},
+        {{"--estimate", "--angle", "3", "a"}, "--length, --angle and --width are the estimate's"},
         {{"--blur", "a", "b"}, ""}};
     for (const auto& [arguments, reason] : cases) {
         const CliParseResult result = parse(arguments);
@@ -73,6 +79,7 @@ namespace {
 struct CliRun {
     int exitCode = -1;
     QByteArray errors;
+    QByteArray output;
     qsizetype messages() const { return ("\n" + errors).count("\nclarovi-cli: "); } // its own
 };
 
@@ -82,7 +89,8 @@ CliRun runCli(const QStringList& arguments) {
     const bool clean =
         process.waitForFinished(60'000) && process.exitStatus() == QProcess::NormalExit;
     process.kill(); // only if it hangs
-    return {clean ? process.exitCode() : -1, process.readAllStandardError()};
+    return {clean ? process.exitCode() : -1, process.readAllStandardError(),
+            process.readAllStandardOutput()};
 }
 
 const QString kSample = QStringLiteral(CLAROVI_DATA_DIR "/coffee-defocus.png");
@@ -120,6 +128,8 @@ TEST_F(CliRunTest, AFailedSearchLeavesNoFolderBehind) {
     EXPECT_FALSE(QFileInfo::exists(path("made")));
 }
 
+// Over the grid, or around the blur found in the picture: every thumbnail and their index, whose
+// label column holds what a pick would set the length slider to.
 TEST_F(CliRunTest, WritesEveryThumbnailOfTheSearchAndTheirIndex) {
     const CliRun run = runCli({"--auto", path("search"), kSample});
     ASSERT_EQ(run.exitCode, 0) << run.errors.toStdString();
@@ -128,8 +138,36 @@ TEST_F(CliRunTest, WritesEveryThumbnailOfTheSearchAndTheirIndex) {
     ASSERT_TRUE(index.open(QIODevice::ReadOnly));
     const QList<QByteArray> rows = index.readAll().trimmed().split('\n');
     ASSERT_EQ(rows.size(), 42);
-    EXPECT_EQ(rows[1] + ' ' + rows[41], "0,1,1,-45 40,41,25,-45");
+    EXPECT_EQ(rows[0], "index,searched length,label length,angle,score");
+    EXPECT_TRUE(rows[1].startsWith("0,1,1.2,-45,") && rows[41].startsWith("40,41,46.9,-45,"))
+        << rows[1].toStdString() << ' ' << rows[41].toStdString();
     EXPECT_EQ(QImage(path("search/0040.png"), "PNG").size(), QSize(512, 341));
+
+    const CliRun around = runCli({"--auto", path("around"), "--around-estimate", kSample});
+    ASSERT_EQ(around.exitCode, 0) << around.errors.toStdString();
+    QFile aroundIndex(path("around/index.csv"));
+    ASSERT_TRUE(aroundIndex.open(QIODevice::ReadOnly));
+    const QList<QByteArray> fine = aroundIndex.readAll().trimmed().split('\n');
+    ASSERT_GT(fine.size(), 15);
+    EXPECT_DOUBLE_EQ(fine[2].split(',')[2].toDouble() - fine[1].split(',')[2].toDouble(), 0.5)
+        << "diameters half a pixel apart";
+}
+
+// One line on stdout with the sliders' values; given OUTPUT, the restoration with them too.
+TEST_F(CliRunTest, EstimatesTheBlurAndRestoresWithIt) {
+    const CliRun printed = runCli({"--estimate", kSample});
+    ASSERT_EQ(printed.exitCode, 0) << printed.errors.toStdString();
+    const QList<QByteArray> words = printed.output.trimmed().split(' ');
+    ASSERT_EQ(printed.output.count('\n'), 1);
+    ASSERT_EQ(words.size(), 3) << printed.output.toStdString();
+    EXPECT_EQ(words[0], "focus");
+    EXPECT_NEAR(words[1].toDouble(), 20.0, 2.0) << "the disk of 24 on the picture";
+    EXPECT_GT(words[2].toDouble(), clarovi::engine::kClearBlurConfidence);
+
+    const CliRun restored = runCli({"--estimate", "--focus", kSample, path("out.png")});
+    EXPECT_EQ(restored.exitCode, 0) << restored.errors.toStdString();
+    EXPECT_EQ(restored.output, printed.output);
+    EXPECT_EQ(QImage(path("out.png")).size(), QSize(2048, 1365));
 }
 
 // A batch goes on past a photograph that fails, writes the others at their own size and ends

@@ -17,7 +17,7 @@ TEST(ControllerState, OpeningKeepsTheAspectForDisplayAndSquaresTheWorkingCopies)
         state.setUpDefaults(0.0035f, 0.002f, 0.008f, 10.0f);
         state.motionBlur = true;
         state.autoSilent = true;
-        state.estimate = ControllerState::Estimate{{20, 10}, true};
+        state.estimate = clarovi::engine::shapeOf(clarovi::engine::BlurKind::Motion, 20, 10);
         QImage photo(size, QImage::Format_RGB32);
         photo.fill(Qt::gray);
         state.installPicture(photo);
