@@ -15,7 +15,7 @@ using namespace clarovi::engine;
 
 /// A sharp 3:2 scene at the working size: overlapping disks of random grey with sizes spread as
 /// in natural pictures ("dead leaves"), so that it has detail up to the highest frequencies.
-cv::Mat deadLeaves() {
+cv::Mat makeDeadLeaves() {
     cv::RNG rng(7);
     cv::Mat scene(1365, 2048, CV_8U, cv::Scalar(128));
     for (int i = 0; i < 30000; ++i) {
@@ -25,6 +25,11 @@ cv::Mat deadLeaves() {
         cv::circle(scene, centre, static_cast<int>(r * 16), cv::Scalar(rng.uniform(0, 256)),
                    cv::FILLED, cv::LINE_AA, 4);
     }
+    return scene;
+}
+
+const cv::Mat& deadLeaves() {
+    static const cv::Mat scene = makeDeadLeaves();
     return scene;
 }
 
