@@ -336,14 +336,13 @@ Candidate refineLine(const LogSpectrum& s, const Whitened& w, Candidate start, d
 
 /// A line's zeros repeat every 1 / l along its direction, so the Fourier transform of the log
 /// spectrum (the cepstrum) has a sharp negative pair at +-l along the line: the deepest point
-/// beyond the scanned lengths is the long line to refine.
-Candidate cepstralLine(const LogSpectrum& s) {
+/// from inner (pixels) on is a line to refine.
+Candidate cepstralLine(const LogSpectrum& s, double inner) {
     cv::Mat complex, cepstrum;
     cv::dft(s.values, complex, cv::DFT_COMPLEX_OUTPUT | cv::DFT_SCALE);
     cv::extractChannel(complex, cepstrum, 0);
     // Past 2/5 of the window the zeros are too close together for the window to part them.
     const int outer = s.side * 2 / 5;
-    const double inner = 0.8 * kLongestScanned;
     int bestX = 0, bestY = 0;
     float best = 0.0f;
     for (int y = -outer; y <= outer; ++y)
@@ -357,6 +356,27 @@ Candidate cepstralLine(const LogSpectrum& s) {
             }
         }
     return {std::hypot(bestX, bestY), std::atan2(bestY, bestX), 0.0};
+}
+
+/// The cepstrum's point, at integer coordinates, gives a line's direction within about 30 / l
+/// degrees; the refinement looks twice as far, and no less than 0.6 degrees.
+double cepstralDirectionRadius(double length) {
+    return std::max(0.6, 60.0 / std::max(length, 1.0)) * kPi / 180.0;
+}
+
+/// The line the cepstrum points to, refined; its dips repeat at multiples of the line's length,
+/// so the half is tried as well.
+Candidate lineFromCepstrum(const LogSpectrum& s, const Whitened& w, double inner) {
+    const Candidate point = cepstralLine(s, inner);
+    Candidate best;
+    for (const double share : {1.0, 0.5}) {
+        Candidate start = point;
+        start.size *= share;
+        const Candidate line = refineLine(s, w, start, cepstralDirectionRadius(start.size), 6, 3);
+        if (line.score > best.score)
+            best = line;
+    }
+    return best;
 }
 
 // ---------------------------------------------------------------------------------------------
@@ -395,7 +415,7 @@ Candidates candidatesAt(const cv::Mat& grey, bool wantsDisk, bool wantsLine, boo
         found.disk = bestDisk(s);
     if (wantsLine) {
         const Whitened w = whitened(s, rings);
-        found.line = refineLine(s, w, cepstralLine(s), 0.6 * kPi / 180.0, 6, 3);
+        found.line = lineFromCepstrum(s, w, fullSize ? 0.8 * kLongestScanned : 2.0 * kShortestLine);
         if (fullSize) {
             const Candidate shortLine = refineLine(s, w, scanShortLines(s, w), kScanStep, 8, 3);
             if (shortLine.score > found.line.score)
@@ -406,8 +426,9 @@ Candidates candidatesAt(const cv::Mat& grey, bool wantsDisk, bool wantsLine, boo
 }
 
 /// A working picture is often an enlarged small photograph, whose blur is then too long for the
-/// window to part its zeros: halved copies bring it back within reach, down to this shorter side.
-constexpr int kSmallestReduced = 384;
+/// window to part its zeros: halved copies bring it back within reach, down to this shorter side
+/// (a 3:2 picture's quarter, 512 x 341, still holds three windows of 256).
+constexpr int kSmallestReduced = 300;
 
 /// The slider angle of a line along direction (image coordinates, y down): MakePsfD's line runs
 /// at 45 - angle degrees in y-up coordinates. A line has no head, so the angle is kept in
