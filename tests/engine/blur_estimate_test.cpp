@@ -88,6 +88,15 @@ TEST(BlurEstimate, FindsTheKindLengthAndAngleOfClearBlurs) {
     EXPECT_EQ(coffee.kind, BlurKind::OutOfFocus);
     EXPECT_NEAR(coffee.length, 23.9, 1.5);
     EXPECT_GE(coffee.confidence, kClearBlurConfidence);
+    // A small photograph shaken along a line of 25 pixels, then enlarged four times.
+    const cv::Mat camera = CVGrayscaleMat(QImage(CLAROVI_DATA_DIR "/camera.png"));
+    cv::Mat shaken;
+    cv::resize(blurred(camera, true, 25, 45), shaken, {2048, 2048}, 0, 0, cv::INTER_CUBIC);
+    const BlurEstimate line = estimateBlur(shaken);
+    EXPECT_EQ(line.kind, BlurKind::Motion);
+    EXPECT_NEAR(line.length, 100, 8);
+    EXPECT_LT(angleApart(line.angle, 45), 2.0);
+    EXPECT_GE(line.confidence, kClearBlurConfidence);
 }
 
 TEST(BlurEstimate, SharpFlatAndNoisePicturesFindNoBlur) {
