@@ -61,6 +61,10 @@ constexpr double kZeroSay = 8.0;
 /// lobe where a bend is hard to tell from a dip; its score is then scaled down.
 constexpr double kClearZero = 2.5;
 constexpr double kLoneZero = 0.5;
+/// A first zero that is clear, with the next one dipping at least this much, is no harmonic's
+/// (whose first zero would fall on the blur's main lobe): the second zero of a photograph's blur
+/// often lies where its noise or compression has filled the dip.
+constexpr double kSecondZero = 1.0;
 
 /// A zero's depth below the profile interpolated between the side lobes around it, in standard
 /// errors; NaN where the profile has no samples.
@@ -111,6 +115,7 @@ ZeroFit fitZeros(const LogProfile& profile, const ZeroPattern& pattern, double b
                  double inner, double outer) {
     double capped = 0.0, sum = 0.0;
     int zeros = 0, clear = 0;
+    double first = 0.0, second = 0.0;
     for (int k = 1;; ++k) {
         const double zero = binsPerUnit * pattern.zero(k);
         const double after = binsPerUnit * pattern.peak(k);
@@ -127,11 +132,16 @@ ZeroFit fitZeros(const LogProfile& profile, const ZeroPattern& pattern, double b
         sum += z;
         ++zeros;
         clear += z >= kClearZero ? 1 : 0;
+        if (zeros == 1)
+            first = z;
+        else if (zeros == 2)
+            second = z;
     }
     if (zeros < 2)
         return {};
     const double root = std::sqrt(zeros);
-    return {(clear >= 2 ? 1.0 : kLoneZero) * capped / root, sum / root};
+    const bool repeats = clear >= 2 || (first >= kClearZero && second >= kSecondZero);
+    return {(repeats ? 1.0 : kLoneZero) * capped / root, sum / root};
 }
 
 } // namespace clarovi::engine
