@@ -399,8 +399,9 @@ struct Candidates {
 };
 
 /// The disk and line that fit a picture best at one scale, in its own pixels; score 0 for a
-/// picture too small or flat. Short lines are searched at full size only, where their zeros lie
-/// furthest within the band.
+/// picture too small or flat. Short lines are scanned for at full size only, where their zeros
+/// lie furthest within the band; in a reduced copy the cepstrum looks for lines from 10 pixels
+/// on, which the narrow band of an enlarged photograph can hide at full size.
 Candidates candidatesAt(const cv::Mat& grey, bool wantsDisk, bool wantsLine, bool fullSize) {
     if (std::min(grey.rows, grey.cols) < kSmallestWindow)
         return {};
