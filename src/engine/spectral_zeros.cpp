@@ -104,9 +104,9 @@ void LogProfile::finish() {
 
 double LogProfile::interpolate(const std::vector<double>& values, double position) {
     const double at = position * kSamplesPerBin;
-    const auto i = static_cast<std::size_t>(at);
-    if (!(at >= 0.0) || i + 1 >= values.size())
+    if (!(at >= 0.0 && at + 1.0 < static_cast<double>(values.size())))
         return std::numeric_limits<double>::quiet_NaN();
+    const auto i = static_cast<std::size_t>(at);
     const double t = at - static_cast<double>(i);
     return (1.0 - t) * values[i] + t * values[i + 1];
 }
