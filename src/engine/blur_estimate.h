@@ -7,6 +7,13 @@ namespace clarovi::engine {
 enum class BlurKind { OutOfFocus, Motion };
 enum class KindWanted { Any, OutOfFocus, Motion };
 
+/// Confidence at and above which an estimate counts as a blur found. Over tables of blurred
+/// pictures (sharp scenes and enlarged photographs, disks 5 to 90, lines 5 to 100 in ten
+/// directions, noise 0.5 to 2 grey levels; 1400 cases) no answer this confident was off by more
+/// than 8 % in length or 2 degrees in angle, or of the wrong kind; wrong answers stayed under
+/// 0.46, sharp, flat and noise pictures at 0.
+inline constexpr double kClearBlurConfidence = 0.5;
+
 /// What blurs a picture, in the units of the PSF sliders.
 struct BlurEstimate {
     BlurKind kind;
@@ -14,13 +21,6 @@ struct BlurEstimate {
     double angle;      ///< motion slider angle in degrees, in (-90, 90]; 0 for a disk
     double confidence; ///< 0 (no blur found: sharp, flat or pure noise) to 1
 };
-
-/// Confidence at and above which an estimate counts as a blur found. Over tables of blurred
-/// pictures (sharp scenes and enlarged photographs, disks 5 to 90, lines 5 to 100 in ten
-/// directions, noise 0.5 to 2 grey levels; 1400 cases) no answer this confident was off by more
-/// than 8 % in length or 2 degrees in angle, or of the wrong kind; wrong answers stayed under
-/// 0.46, sharp, flat and noise pictures at 0.
-inline constexpr double kClearBlurConfidence = 0.5;
 
 /// grey: one-channel 8-bit working picture (longer side 2048). length and angle are the values
 /// that, given to MakePsfD(length, angle, width, false, motion, canvas), draw the blur. wanted
