@@ -10,20 +10,22 @@ namespace {
 
 using namespace clarovi::engine;
 
-/// A sample photograph brought to the 2048 x 2048 working size, blurred along a line.
-cv::Mat workingPicture() {
+/// The sample photograph brought to a working size, blurred along a horizontal line.
+cv::Mat workingPicture(cv::Size size) {
     const cv::Mat sample = CVGrayscaleMat(QImage(QStringLiteral(CLAROVI_DATA_DIR "/camera.png")));
     cv::Mat working, blurred;
-    cv::resize(sample, working, {2048, 2048}, 0, 0, cv::INTER_CUBIC);
+    cv::resize(sample, working, size, 0, 0, cv::INTER_CUBIC);
     cv::blur(working, blurred, {25, 1});
     return blurred;
 }
 
-void BM_EstimateBlur2048(benchmark::State& state) {
-    const cv::Mat picture = workingPicture();
+void BM_EstimateBlur(benchmark::State& state) {
+    const cv::Mat picture =
+        workingPicture({static_cast<int>(state.range(0)), static_cast<int>(state.range(1))});
     for (auto _ : state)
         benchmark::DoNotOptimize(estimateBlur(picture));
 }
-BENCHMARK(BM_EstimateBlur2048)->Unit(benchmark::kMillisecond);
+// A square photograph and a 3:2 one at the 2048-pixel working size.
+BENCHMARK(BM_EstimateBlur)->Args({2048, 2048})->Args({2048, 1365})->Unit(benchmark::kMillisecond);
 
 } // namespace
