@@ -1,6 +1,6 @@
 #include "cli_options.h"
-#include "engine/blur_estimate.h"
 #include "common/file_size_limit.h"
+#include "engine/blur_estimate.h"
 
 #include <QFile>
 #include <QFileInfo>
