@@ -59,8 +59,14 @@ void SearchWriter::writeThumbnail(const QImage& thumbnail, const QString& path) 
     if (failed())
         return;
     const QByteArray png = jobs::encodeGreyPng(thumbnail);
-    QString error = png.isEmpty() ? QStringLiteral("Cannot encode \u201c%1\u201d.").arg(path)
-                                  : jobs::writeAtomically(path, png);
+    // A plain write: the folder is the search's own and a failure takes all of it back, so the
+    // temporary file and the flush to disk of an atomic save would only slow the search down.
+    QFile file(path);
+    QString error;
+    if (png.isEmpty())
+        error = QStringLiteral("Cannot encode \u201c%1\u201d.").arg(path);
+    else if (!file.open(QIODevice::WriteOnly) || file.write(png) != png.size() || !file.flush())
+        error = QStringLiteral("Cannot save \u201c%1\u201d: %2.").arg(path, file.errorString());
     QMutexLocker locked(&m_lock);
     if (error.isEmpty())
         m_written << path;

@@ -5,10 +5,12 @@
 
 namespace clarovi::jobs {
 
-/// A picture as an 8-bit grey PNG, encoded for speed rather than size: every row with the SUB
-/// filter (no search for the best filter per row, which costs more than the compression) and
-/// zlib's run-length strategy, about five times quicker than Qt's PNG writer at a similar size.
-/// For the many small thumbnails of a search. Empty when the picture is null or cannot be encoded.
+/// A picture as an 8-bit grey PNG, encoded for speed rather than size: zlib's level 0 (stored, no
+/// deflate) without filters, about eight times quicker than Qt's PNG writer at its fastest (which
+/// still searches for the best filter of every row) and a hundred times quicker than at its
+/// default, at about twice the size. For the hundreds of thumbnails a search writes while it runs:
+/// even deflate's fastest level costs a third of what making the thumbnail costs, and on two cores
+/// that comes straight off the search. Empty when the picture is null or cannot be encoded.
 QByteArray encodeGreyPng(const QImage& picture);
 
 } // namespace clarovi::jobs
