@@ -50,9 +50,8 @@ EstimatedSetting settingOf(const engine::BlurEstimate& estimate, const Controlle
     const engine::BlurShape shown = engine::shapeOf(estimate.kind, estimate.length, estimate.angle);
     found.setting = settingFor(shown, state);
     found.clear = estimate.confidence >= engine::kClearBlurConfidence;
-    const bool motion = estimate.kind == engine::BlurKind::Motion;
-    const engine::BlurShape reached = shownBlurOf(found.setting, motion, state);
-    found.beyondRange = cv::norm(reached.extent) < 0.99 * cv::norm(shown.extent);
+    const double reach = restoredBlurLength(kLengthRange.maximum, RestorationScale::of(state));
+    found.beyondRange = copyPsfOf(shown, state).length > reach;
     return found;
 }
 

@@ -48,7 +48,7 @@ engine::BlurShape shownBlurOf(const SliderSetting& setting, bool motion,
         .stretched(1.0 / stretch.x, 1.0 / stretch.y);
 }
 
-SliderSetting settingFor(const engine::BlurShape& shown, const ControllerState& state) {
+engine::PsfArguments copyPsfOf(const engine::BlurShape& shown, const ControllerState& state) {
     // A disk is measured along the photograph's longer side, where the copy does not stretch it:
     // its other axis grows on the copy, and a disk that large would ring along the longer side.
     engine::BlurShape onCopy = shown;
@@ -58,7 +58,11 @@ SliderSetting settingFor(const engine::BlurShape& shown, const ControllerState& 
     } else {
         onCopy.extent.x = std::max(shown.extent.x, shown.extent.y);
     }
-    const engine::PsfArguments psf = engine::psfArgumentsOf(onCopy);
+    return engine::psfArgumentsOf(onCopy);
+}
+
+SliderSetting settingFor(const engine::BlurShape& shown, const ControllerState& state) {
+    const engine::PsfArguments psf = copyPsfOf(shown, state);
     return {sliderLengthFor(psf.length, RestorationScale::of(state)), psf.angle};
 }
 

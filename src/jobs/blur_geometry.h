@@ -38,6 +38,10 @@ cv::Point2d copyStretch(const ControllerState& state);
 engine::BlurShape shownBlurOf(const SliderSetting& setting, bool motion,
                               const ControllerState& state);
 
+/// The PSF that undoes a blur lying on the photograph shown, on the square working copy: a line
+/// stretched with the copy, a disk of the width it has along the photograph's longer side.
+engine::PsfArguments copyPsfOf(const engine::BlurShape& shown, const ControllerState& state);
+
 /// The sliders that undo a blur lying on the photograph shown; the inverse of shownBlurOf where
 /// the slider's range allows.
 SliderSetting settingFor(const engine::BlurShape& shown, const ControllerState& state);

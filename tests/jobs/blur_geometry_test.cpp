@@ -52,6 +52,17 @@ TEST(BlurGeometry, SlidersAndTheBlurOnThePhotographGoBothWays) {
     }
 }
 
+// An estimate the length slider reaches is set as it is; a longer one sets it to its end.
+TEST(BlurGeometry, AnEstimateBeyondTheSlidersReachSetsItToItsEnd) {
+    OpenedPicture wide(scenePicture(600, 400));
+    for (const auto kind : {engine::BlurKind::OutOfFocus, engine::BlurKind::Motion})
+        for (const double length : {24.0, 200.0}) {
+            const EstimatedSetting found = settingOf({kind, length, 10, 0.9}, wide.state);
+            EXPECT_EQ(found.beyondRange, length > 100) << length;
+            EXPECT_EQ(found.setting.length == kLengthRange.maximum, length > 100) << length;
+        }
+}
+
 // The PSF view shows the kernel as it lies on the photograph: never mirrored, a faint hair-line
 // made white, and a small disk filling the view as much as a large one, at a larger scale.
 TEST(PsfView, ShowsTheKernelAsItLiesOnThePhotographFillingTheView) {
