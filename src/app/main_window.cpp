@@ -23,8 +23,8 @@
 #include <QMimeData>
 #include <QProgressDialog>
 #include <QPushButton>
-#include <QSettings>
 #include <QScreen>
+#include <QSettings>
 #include <QStatusBar>
 #include <QToolButton>
 #include <QVBoxLayout>
@@ -259,7 +259,7 @@ void MainWindow::connectPanel() {
     connect(m_panel, &SidePanel::estimateRequested, this, &MainWindow::estimateBlur);
     connect(&m_estimation, &jobs::BlurEstimation::finished, this, &MainWindow::takeEstimate);
     connect(&m_estimation, &jobs::BlurEstimation::failed, this, [this](const QString& why) {
-        auxUnlock();
+        endEstimate();
         reportError(why);
     });
     connect(m_panel->spectrumPreview, &SpectrumPreview::clicked, this,
@@ -362,36 +362,39 @@ void MainWindow::showSpectrum(const jobs::ShownSpectrum& spectrum) {
         m_spectrumWindowView->setSpectrum(spectrum);
 }
 
+// The enlarged spectrum: a zoomable view and a line on how to read it, beside the main window
+// where the screen has room, otherwise over the picture, so that the sliders stay in view.
+void MainWindow::makeSpectrumWindow() {
+    auto* window = new QWidget(this, Qt::Window);
+    window->setObjectName(QStringLiteral("spectrumWindow"));
+    window->setAttribute(Qt::WA_DeleteOnClose);
+    window->setWindowTitle(tr("Spectrum — Clarovi"));
+    auto* view = new SpectrumPreview(window);
+    view->setObjectName(QStringLiteral("spectrumWindowView"));
+    view->setZoomable(true);
+    view->setMinimumSize(256, 256);
+    auto* hint = new QLabel(tr("Dark rings or stripes are where the picture's blur wiped "
+                               "frequencies out; the coloured ones are where the sliders' blur "
+                               "would. Wheel or + and - to zoom, drag to move, 0 to fit."),
+                            window);
+    hint->setWordWrap(true);
+    auto* layout = new QVBoxLayout(window);
+    layout->addWidget(view, 1);
+    layout->addWidget(hint);
+    window->resize(640, 700);
+    const QRect screenArea = screen()->availableGeometry();
+    const bool roomRight = frameGeometry().right() + window->width() < screenArea.right();
+    window->move(roomRight ? frameGeometry().topRight() + QPoint(8, 0)
+                           : frameGeometry().topLeft() + QPoint(24, 48));
+    m_spectrumWindow = window;
+    m_spectrumWindowView = view;
+}
+
 void MainWindow::showSpectrumWindow() {
     if (m_panel->spectrumPreview->image().isNull())
         return;
-    if (!m_spectrumWindow) {
-        auto* window = new QWidget(this, Qt::Window);
-        window->setObjectName(QStringLiteral("spectrumWindow"));
-        window->setAttribute(Qt::WA_DeleteOnClose);
-        window->setWindowTitle(tr("Spectrum — Clarovi"));
-        auto* view = new SpectrumPreview(window);
-        view->setObjectName(QStringLiteral("spectrumWindowView"));
-        view->setZoomable(true);
-        view->setMinimumSize(256, 256);
-        auto* hint = new QLabel(tr("Dark rings or stripes are where the picture's blur wiped "
-                                   "frequencies out; the coloured ones are where the sliders' blur "
-                                   "would. Wheel or + and - to zoom, drag to move, 0 to fit."),
-                                window);
-        hint->setWordWrap(true);
-        auto* layout = new QVBoxLayout(window);
-        layout->addWidget(view, 1);
-        layout->addWidget(hint);
-        window->resize(640, 700);
-        // Beside the main window where the screen has room, otherwise over the picture: the
-        // sliders it answers to stay in view.
-        const QRect screenArea = screen()->availableGeometry();
-        const bool roomRight = frameGeometry().right() + window->width() < screenArea.right();
-        window->move(roomRight ? frameGeometry().topRight() + QPoint(8, 0)
-                               : frameGeometry().topLeft() + QPoint(24, 48));
-        m_spectrumWindow = window;
-        m_spectrumWindowView = view;
-    }
+    if (!m_spectrumWindow)
+        makeSpectrumWindow();
     m_spectrumWindowView->setSpectrum(m_panel->spectrumPreview->spectrum());
     if (const auto& blur = m_panel->spectrumPreview->blur())
         m_spectrumWindowView->setBlur(*blur);
@@ -408,11 +411,16 @@ void MainWindow::estimateBlur(engine::KindWanted wanted) {
     m_jobLabel->setText(tr("Estimating the blur…"));
 }
 
+// The Estimate button comes back as the other controls are.
+void MainWindow::endEstimate() {
+    m_panel->estimateBtn->setEnabled(m_panel->rgbBtn->isEnabled());
+    m_jobLabel->setText(tr("Ready"));
+}
+
 // An estimate of a picture no longer open, or arriving while an automatic search covers the
 // window, is dropped; a doubtful one leaves the sliders alone.
 void MainWindow::takeEstimate(const engine::BlurEstimate& estimate) {
-    m_panel->estimateBtn->setEnabled(m_panel->rgbBtn->isEnabled());
-    m_jobLabel->setText(tr("Ready"));
+    endEstimate();
     if (m_state.sourceImage.cacheKey() != m_estimatedPicture || m_overlay->isVisible())
         return;
     const jobs::EstimatedSetting found = jobs::settingOf(estimate, m_state);

@@ -150,6 +150,8 @@ class MainWindow : public QMainWindow, public jobs::WindowPort, public autosearc
     void startExport(const jobs::ExportRequest& request);
     void finishExport(const QString& target);
     void takeEstimate(const engine::BlurEstimate& estimate);
+    void endEstimate();
+    void makeSpectrumWindow();
 
     jobs::ControllerState m_state;
     jobs::RestorationJobs m_jobs;

@@ -133,10 +133,10 @@ void ControlSequences::endStep(Setting setting, double restoreAfter) {
         m_state.currentWidth = m_window.psfWidth();
     rewriteSettingsLabel();
     useWorkingPicture();
-    if (setting != Setting::Sharpness)
+    if (setting != Setting::Sharpness) {
         showPsfView();
-    if (setting != Setting::Sharpness)
         redrawPsf();
+    }
     if (setting != Setting::Angle)
         m_jobs.setSpect();
     scheduleAfter(restoreAfter, &RestorationJobs::auxTrueNoMultithread);
