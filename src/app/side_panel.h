@@ -1,9 +1,9 @@
 #pragma once
 
+#include "fourier_preview.h"
 #include "image_view.h"
 #include "psf_preview.h"
 #include "slider_field.h"
-#include "spectrum_preview.h"
 
 #include "engine/blur_estimate.h"
 

@@ -1,7 +1,7 @@
 #include "blur_estimate.h"
 
-#include "power_spectrum.h"
-#include "spectral_zeros.h"
+#include "welch_power.h"
+#include "zero_fit.h"
 
 #include <opencv2/imgproc.hpp>
 
@@ -21,7 +21,7 @@ namespace {
 // disk of diameter d where |f| = j1k / (pi d) (rings; j1k the zeros of Bessel's J1). In the log
 // of Welch's averaged power spectrum these loci are dips. A disk is scored on the spectrum's mean
 // over rings, a line on its mean over chords perpendicular to the line, each by how far the
-// predicted zeros lie below the side lobes around them (spectral_zeros.h). A wrong size, angle
+// predicted zeros lie below the side lobes around them (zero_fit.h). A wrong size, angle
 // or kind puts its zeros on the true blur's side lobes and scores nothing; the picture's smooth
 // spectrum, its edges and noise leave no regular dips. The score says how clear the zeros are,
 // and so how far to trust the answer.

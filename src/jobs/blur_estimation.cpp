@@ -1,7 +1,7 @@
 #include "blur_estimation.h"
 
 #include "engine/image_bridge.h"
-#include "engine/power_spectrum.h"
+#include "engine/welch_power.h"
 
 #include <QtConcurrent/QtConcurrentRun>
 #include <opencv2/imgproc.hpp>

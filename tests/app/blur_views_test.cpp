@@ -1,4 +1,4 @@
-#include "app/spectrum_preview.h"
+#include "app/fourier_preview.h"
 #include "engine/image_bridge.h"
 #include "engine/psf.h"
 #include "gui_helpers.h"

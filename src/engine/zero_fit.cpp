@@ -1,4 +1,4 @@
-#include "spectral_zeros.h"
+#include "zero_fit.h"
 
 #include <algorithm>
 #include <array>

@@ -1,4 +1,4 @@
-#include "spectrum_preview.h"
+#include "fourier_preview.h"
 
 #include <QMouseEvent>
 #include <QPainter>

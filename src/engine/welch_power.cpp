@@ -1,4 +1,4 @@
-#include "power_spectrum.h"
+#include "welch_power.h"
 
 #include "frequency.h"
 
