@@ -17,14 +17,6 @@ constexpr int kMostZeros = 24;
 // first two are drawn then.
 constexpr double kClosestZeros = 3.0;
 
-// The k-th zero (from 1) of the Bessel function J1; past the table, McMahon's expansion.
-double besselJ1Zero(int k) {
-    if (k <= int(engine::kBesselJ1Zeros.size()))
-        return engine::kBesselJ1Zeros[size_t(k - 1)];
-    const double beta = (k + 0.25) * std::numbers::pi;
-    return beta - 3.0 / (8.0 * beta);
-}
-
 } // namespace
 
 SpectrumPreview::SpectrumPreview(QWidget* parent) : ImageView(parent) {}
@@ -60,7 +52,7 @@ void SpectrumPreview::drawRings(QPainter& painter, cv::Point2d extent) const {
     const double perCycle = widgetPixelsPerCycle();
     double previous = 0;
     for (int k = 1; k <= kMostZeros; ++k) {
-        const double j = besselJ1Zero(k) / std::numbers::pi;
+        const double j = engine::besselJ1Zero(k) / std::numbers::pi;
         const cv::Point2d radius(j / extent.x, j / extent.y);
         if (std::min(radius.x, radius.y) > reach)
             break;

@@ -59,24 +59,6 @@ LogSpectrum logSpectrumOf(const cv::Mat& grey, int side) {
 // ---------------------------------------------------------------------------------------------
 // The band.
 
-/// The mean log power on each ring of whole-bin radius, out to side / 2.
-std::vector<double> ringMeans(const LogSpectrum& s) {
-    const int outer = s.side / 2;
-    std::vector<double> sum(static_cast<size_t>(outer + 1), 0.0);
-    std::vector<int> count(sum.size(), 0);
-    for (int fy = -outer + 1; fy <= outer; ++fy)
-        for (int fx = -outer + 1; fx <= outer; ++fx) {
-            const auto r = static_cast<size_t>(std::lround(std::hypot(fx, fy)));
-            if (r < sum.size()) {
-                sum[r] += s.at(fx, fy);
-                ++count[r];
-            }
-        }
-    for (size_t r = 0; r < sum.size(); ++r)
-        sum[r] /= std::max(count[r], 1);
-    return sum;
-}
-
 /// The spectrum of a blurred or enlarged picture falls to the flat floor of its noise before the
 /// highest frequencies: the floor is read from the outer tenth of the radii, and the band ends
 /// where the spectrum last stands this far (log power) above it.
@@ -408,7 +390,7 @@ Candidates candidatesAt(const cv::Mat& grey, bool wantsDisk, bool wantsLine, boo
     LogSpectrum s = logSpectrumOf(grey, windowSide(grey));
     if (s.values.empty())
         return {}; // a flat picture: nothing varies, so nothing was blurred
-    const std::vector<double> rings = ringMeans(s);
+    const std::vector<double> rings = ringMeans(s.values);
     s.bandRadius = bandRadius(s, rings);
 
     Candidates found;

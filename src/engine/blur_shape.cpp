@@ -1,5 +1,6 @@
 #include "blur_shape.h"
 
+#include <array>
 #include <cmath>
 #include <numbers>
 
@@ -7,7 +8,19 @@ namespace clarovi::engine {
 
 namespace {
 constexpr double kDegree = std::numbers::pi / 180.0;
+
+constexpr std::array kBesselJ1Zeros{3.8317059702,  7.0155866698,  10.1734681351, 13.3236919363,
+                                    16.4706300509, 19.6158585105, 22.7600843806, 25.9036720876};
 } // namespace
+
+double besselZero(double nu, int k) {
+    const double beta = (k + 0.5 * nu - 0.25) * std::numbers::pi;
+    return beta - (4.0 * nu * nu - 1.0) / (8.0 * beta);
+}
+
+double besselJ1Zero(int k) {
+    return k <= int(kBesselJ1Zeros.size()) ? kBesselJ1Zeros[size_t(k - 1)] : besselZero(1, k);
+}
 
 BlurShape BlurShape::stretched(double sx, double sy) const {
     return {kind, {extent.x * sx, extent.y * sy}};

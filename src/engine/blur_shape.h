@@ -4,8 +4,6 @@
 
 #include <opencv2/core.hpp>
 
-#include <array>
-
 namespace clarovi::engine {
 
 /// A blur as it lies on a picture, in that picture's pixels (x right, y down): a disk, which turns
@@ -32,10 +30,12 @@ struct PsfArguments {
 };
 PsfArguments psfArgumentsOf(const BlurShape& shape);
 
-/// The first zeros of the Bessel function J1: a disk of diameter d blurs away the frequencies on
-/// the rings of radius j / (pi d) cycles per pixel.
-inline constexpr std::array<double, 8> kBesselJ1Zeros{3.8317059702,  7.0155866698,  10.1734681351,
-                                                      13.3236919363, 16.4706300509, 19.6158585105,
-                                                      22.7600843806, 25.9036720876};
+/// The k-th zero (k from 1) of the Bessel function J_nu by McMahon's expansion: within 1e-3 from
+/// the third zero on.
+double besselZero(double nu, int k);
+
+/// The k-th zero (k from 1) of the Bessel function J1: a disk of diameter d blurs away the
+/// frequencies on the ring of radius besselJ1Zero(k) / (pi d) cycles per pixel.
+double besselJ1Zero(int k);
 
 } // namespace clarovi::engine

@@ -32,32 +32,44 @@ float percentile(const cv::Mat& values, double share) {
     return *at;
 }
 
-// The frequency, in cycles per pixel, up to which a centred log power spectrum holds more than
-// noise: beyond it the mean over each ring stays within a factor e^2 of the level at the highest
+// The frequency, in cycles per pixel, up to which a log power spectrum holds more than noise:
+// beyond it the mean over each ring stays within a factor e^2 of the level at the highest
 // frequencies. Never below 1/16, so that a blurred-out picture still shows its centre.
-double signalBand(const cv::Mat& centredLogPower) {
-    const int side = centredLogPower.cols;
-    const int rings = side / 2;
-    std::vector<double> sums(size_t(rings), 0.0);
-    std::vector<int> counts(size_t(rings), 0);
-    for (int y = 0; y < side; ++y)
-        for (int x = 0; x < side; ++x) {
-            const int r = int(std::hypot(x - rings, y - rings));
-            if (r < rings) {
-                sums[size_t(r)] += centredLogPower.at<float>(y, x);
-                ++counts[size_t(r)];
-            }
-        }
-    const auto mean = [&](int r) { return sums[size_t(r)] / counts[size_t(r)]; };
-    const double noise = mean(rings - 1);
-    int edge = rings - 1;
-    while (edge > side / 32 && mean(edge) < noise + 2.0)
+double signalBand(const cv::Mat& logPower) {
+    const std::vector<double> rings = ringMeans(logPower);
+    const int side = logPower.cols;
+    const int outer = side / 2 - 1; // the last whole ring
+    const double noise = rings[size_t(outer)];
+    int edge = outer;
+    while (edge > side / 32 && rings[size_t(edge)] < noise + 2.0)
         --edge;
     // A margin past the edge, so that the last ring of signal is not on the border.
     return std::min(0.5, 1.25 * edge / side);
 }
 
 } // namespace
+
+std::vector<double> ringMeans(const cv::Mat& values) {
+    const int side = values.cols;
+    const int outer = side / 2;
+    std::vector<double> sum(size_t(outer + 1), 0.0);
+    std::vector<int> count(sum.size(), 0);
+    for (int y = 0; y < side; ++y) {
+        const float* row = values.ptr<float>(y);
+        const int fy = y <= outer ? y : y - side;
+        for (int x = 0; x < side; ++x) {
+            const int fx = x <= outer ? x : x - side;
+            const auto r = size_t(std::lround(std::hypot(fx, fy)));
+            if (r < sum.size()) {
+                sum[r] += row[x];
+                ++count[r];
+            }
+        }
+    }
+    for (size_t r = 0; r < sum.size(); ++r)
+        sum[r] /= std::max(count[r], 1);
+    return sum;
+}
 
 cv::Mat averagePowerSpectrum(const cv::Mat& grey, int side) {
     if (grey.channels() != 1 || side < 2 || side % 2 != 0 || grey.rows < side || grey.cols < side)
@@ -96,8 +108,8 @@ SpectrumPicture logPowerPicture(const cv::Mat& power) {
     cv::Mat logPower;
     // The floor keeps exact zeros finite, far below anything a picture's spectrum holds.
     cv::log(power + cv::Scalar(1e-12 * cv::mean(power)[0] + 1e-30), logPower);
-    swapQuadrants(logPower, logPower);
     const double maxFrequency = signalBand(logPower);
+    swapQuadrants(logPower, logPower);
     const int half = std::max(1, int(std::lround(maxFrequency * logPower.cols)));
     const cv::Point centre(logPower.cols / 2, logPower.rows / 2);
     const cv::Mat shown = logPower(cv::Rect(centre.x - half, centre.y - half, 2 * half, 2 * half));

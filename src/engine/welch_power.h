@@ -2,6 +2,8 @@
 
 #include <opencv2/core.hpp>
 
+#include <vector>
+
 namespace clarovi::engine {
 
 /// Welch's estimate of a grey picture's power spectrum: the sum of |DFT|^2 over side x side
@@ -10,6 +12,10 @@ namespace clarovi::engine {
 /// zeros. Returns side x side CV_32F with the zero frequency at (0, 0) (not centred). grey: one
 /// channel, any depth, at least side x side; side even and at least 2. Throws otherwise.
 cv::Mat averagePowerSpectrum(const cv::Mat& grey, int side);
+
+/// The mean of a square spectrum (CV_32F, zero frequency at (0, 0)) over each ring of whole-bin
+/// radius, from 0 to side / 2 (the last ring only partly inside).
+std::vector<double> ringMeans(const cv::Mat& values);
 
 /// A power spectrum as a picture to look at, and the frequencies it covers.
 struct SpectrumPicture {

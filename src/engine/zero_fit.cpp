@@ -1,5 +1,7 @@
 #include "zero_fit.h"
 
+#include "blur_shape.h"
+
 #include <algorithm>
 #include <array>
 #include <cmath>
@@ -12,7 +14,6 @@ namespace {
 
 constexpr double kPi = std::numbers::pi;
 
-constexpr std::array kBesselJ1Zeros = {3.8317, 7.0156, 10.1735, 13.3237, 16.4706};
 /// The side lobes of 2 J1(x) / x peak at the zeros of J2.
 constexpr std::array kBesselJ2Zeros = {5.1356, 8.4172, 11.6198, 14.7960, 17.9598};
 /// The side lobes of sin(x) / x peak where tan x = x.
@@ -22,15 +23,6 @@ template <std::size_t n> bool inTable(const std::array<double, n>&, int k) {
     return k <= static_cast<int>(n);
 }
 
-/// McMahon's expansion of the k-th zero of J_nu, within 1e-3 beyond the tables.
-double besselZero(double nu, int k) {
-    const double beta = (k + 0.5 * nu - 0.25) * kPi;
-    return beta - (4.0 * nu * nu - 1.0) / (8.0 * beta);
-}
-
-double diskZero(int k) {
-    return inTable(kBesselJ1Zeros, k) ? kBesselJ1Zeros[k - 1] : besselZero(1, k);
-}
 double diskPeak(int k) {
     return inTable(kBesselJ2Zeros, k) ? kBesselJ2Zeros[k - 1] : besselZero(2, k);
 }
@@ -81,7 +73,7 @@ double zeroDepth(const LogProfile& profile, double before, double zero, double a
 
 } // namespace
 
-const ZeroPattern kDiskZeros{diskZero, diskPeak};
+const ZeroPattern kDiskZeros{besselJ1Zero, diskPeak};
 const ZeroPattern kLineZeros{lineZero, linePeak};
 
 LogProfile::LogProfile(double outerRadius)

@@ -125,8 +125,8 @@ TEST(SpectrumView, TheBlursZerosLieOnTheDarkPartsOfThePicturesSpectrum) {
             }
             return sum / 41;
         };
-        const double firstZero = motion ? 1 : engine::kBesselJ1Zeros[0];
-        const double secondZero = motion ? 2 : engine::kBesselJ1Zeros[1];
+        const double firstZero = motion ? 1 : engine::besselJ1Zero(1);
+        const double secondZero = motion ? 2 : engine::besselJ1Zero(2);
         EXPECT_LT(brightnessAt(firstZero) + 10, brightnessAt((firstZero + secondZero) / 2));
     }
 }
