@@ -44,16 +44,6 @@ double autoMultiplier(double length) {
     return double(int((length + 2) / 25)) + kAutoPadBase;
 }
 
-// The lowest x in [low, high] with rising(x) >= target, found by halving: rising must not fall.
-double solveRising(const std::function<double(double)>& rising, double target, double low,
-                   double high) {
-    for (int i = 0; i < 40; ++i) {
-        const double middle = 0.5 * (low + high);
-        (rising(middle) < target ? low : high) = middle;
-    }
-    return high;
-}
-
 } // namespace
 
 ShownSettings ShownSettings::of(const jobs::ControllerState& state) {
@@ -119,14 +109,12 @@ cv::Mat AutoSearch::thumbnailCrop(const cv::Mat& restored, int pad) {
 double AutoSearch::thumbnailBlurLength(double searchedLength) const {
     if (!m_input.keepAspect)
         return searchedLength;
-    const int side = int(kAutoSize);
-    const int border = engine::borderWidth(autoMultiplier(searchedLength), side);
-    return searchedLength * (side + 2 * border) / side;
+    return jobs::paddedBlurLength(searchedLength, autoMultiplier(searchedLength), int(kAutoSize));
 }
 
 double AutoSearch::searchedLengthFor(double blurLength) const {
-    return solveRising([this](double length) { return thumbnailBlurLength(length); }, blurLength,
-                       0.0, blurLength);
+    return jobs::solveRising([this](double length) { return thumbnailBlurLength(length); },
+                             blurLength, 0.0, blurLength);
 }
 
 double AutoSearch::sliderLengthOf(double searchedLength) const {

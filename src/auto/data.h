@@ -38,8 +38,8 @@ class Data {
     std::atomic<double> rh{0.0};
     std::atomic<double> selectedAngle{0.0};
     std::atomic<double> selectedWidth{0.0};
-    std::atomic<double> selectedSharpness{
-        0.0}; ///< the sharpness the picked thumbnail was made with
+    /// The sharpness the picked thumbnail was made with.
+    std::atomic<double> selectedSharpness{0.0};
 
     Data(const Data&) = delete;
     Data& operator=(const Data&) = delete;

@@ -17,26 +17,34 @@ RestorationScale RestorationScale::of(const ControllerState& state) {
     return {state.keepAspect, state.workingSide, state.padParameters()};
 }
 
+double paddedBlurLength(double psfLength, double multiplier, int side) {
+    const int border = engine::borderWidth(multiplier, side);
+    return psfLength * double(side + 2 * border) / side;
+}
+
+double solveRising(const std::function<double(double)>& rising, double target, double low,
+                   double high) {
+    // 40 halvings take any range used here far below a slider's step.
+    for (int i = 0; i < 40; ++i) {
+        const double middle = 0.5 * (low + high);
+        (rising(middle) < target ? low : high) = middle;
+    }
+    return high;
+}
+
 double restoredBlurLength(float sliderLength, const RestorationScale& scale) {
     if (!scale.keepAspect)
         return sliderLength;
     engine::PadParameters pad = scale.pad;
     pad.eventLength = sliderLength;
-    const int side = scale.workingSide;
-    const int border = engine::borderWidth(engine::padMultiplier(pad, true), side);
-    return sliderLength * double(side + 2 * border) / side;
+    return paddedBlurLength(sliderLength, engine::padMultiplier(pad, true), scale.workingSide);
 }
 
 float sliderLengthFor(double blurLength, const RestorationScale& scale) {
-    // The blur undone grows with the slider (the border widens with it), so halving the slider's
-    // range finds it; 30 halvings take it far below the slider's step.
-    float low = kLengthRange.minimum;
-    float high = kLengthRange.maximum;
-    for (int i = 0; i < 30; ++i) {
-        const float middle = 0.5f * (low + high);
-        (restoredBlurLength(middle, scale) < blurLength ? low : high) = middle;
-    }
-    return 0.5f * (low + high);
+    // The blur undone grows with the slider, as the border widens with it.
+    return float(
+        solveRising([&scale](double slider) { return restoredBlurLength(float(slider), scale); },
+                    blurLength, kLengthRange.minimum, kLengthRange.maximum));
 }
 
 engine::BlurShape shownBlurOf(const SliderSetting& setting, bool motion,

@@ -4,6 +4,8 @@
 #include "engine/blur_shape.h"
 #include "slider_ranges.h"
 
+#include <functional>
+
 namespace clarovi::jobs {
 
 // The sliders set the PSF that restores the square working copy of the photograph. With Fixed
@@ -20,6 +22,14 @@ struct RestorationScale {
 
     static RestorationScale of(const ControllerState& state);
 };
+
+/// The blur that a PSF of psfLength undoes on a square picture of side that Fixed size pads with
+/// multiplier's border and brings back to side: longer by the border's share.
+double paddedBlurLength(double psfLength, double multiplier, int side);
+
+/// The lowest x in [low, high] with rising(x) >= target, found by halving; rising must not fall.
+double solveRising(const std::function<double(double)>& rising, double target, double low,
+                   double high);
 
 /// The PSF length, in working pixels, that the main view's restoration undoes with the length
 /// slider at sliderLength once it has been let go there.
