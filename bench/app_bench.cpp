@@ -1,10 +1,7 @@
-// A drag step of the length slider end to end on the real window (offscreen), beside the
-// restoration of one tile; and the run that restores every tile at the working size.
+// A drag step of the length slider and a release's restoration end to end on the real window
+// (offscreen), and the memory three motion searches leave behind.
 #include "app/gallery_window.h"
 #include "app/main_window.h"
-#include "engine/deconvolve.h"
-#include "engine/image_bridge.h"
-#include "engine/psf.h"
 #include "qt_bench_main.h"
 #include "soak_driver.h"
 
@@ -13,7 +10,6 @@
 #include <QSettings>
 #include <QTemporaryDir>
 #include <benchmark/benchmark.h>
-#include <opencv2/imgproc.hpp>
 
 #include <sys/resource.h>
 
@@ -73,40 +69,13 @@ void BM_ReleaseRestorationZoomed(benchmark::State& state) {
     window.view()->zoomIn();
     window.view()->zoomIn();
     for (auto _ : state) {
-        window.state().activeImage = window.state().sourceImage;
-        window.state().autoSilent = false;
-        window.restorationJobs().auxTrueNoMultithread();
+        window.restorationJobs().auxTrueNoMultithread(window.setting());
         window.view()->repaint();
         QApplication::processEvents();
     }
     state.counters["zoom"] = window.view()->zoomFactor();
 }
 BENCHMARK(BM_ReleaseRestorationZoomed)->Unit(benchmark::kMillisecond)->UseRealTime();
-
-void BM_DeconvolveTile256(benchmark::State& state) {
-    cv::Mat tile(256, 256, CV_8U);
-    cv::randu(tile, 0, 255);
-    const QImage psf = clarovi::engine::MakePsfD(5, 0, 0.2, true, false, {});
-    const cv::Mat kernel = *clarovi::engine::normalizedKernel(clarovi::engine::CVGrayscaleMat(psf));
-    cv::Mat result;
-    for (auto _ : state)
-        clarovi::engine::deconvolvePlane(0.0035, tile, result, kernel);
-}
-BENCHMARK(BM_DeconvolveTile256)->Unit(benchmark::kMillisecond)->UseRealTime();
-
-// keepAspect back on after the aspect control turned it off: all 16 tiles restored at 2048.
-void BM_TilesAtWorkingSize(benchmark::State& state) {
-    OpenWindow open(false);
-    for (auto _ : state) {
-        open.window->state().keepAspect = true;
-        open.window->state().autoSilent = false;
-        open.window->restorationJobs().runCompTrue();
-    }
-    rusage usage{};
-    getrusage(RUSAGE_SELF, &usage);
-    state.counters["peak_rss_MiB"] = double(usage.ru_maxrss) / 1024.0;
-}
-BENCHMARK(BM_TilesAtWorkingSize)->Unit(benchmark::kMillisecond)->UseRealTime()->Iterations(3);
 
 // Three motion searches in a row, each ended with "Keep current settings": what the process holds
 // before the first and after the last, once the gallery has closed.

@@ -1,11 +1,10 @@
-// One auto restoration at each border stage, the whole searches on the sample (over the grid and
-// around an estimate, Fixed size on), the command line's motion search with its files against
-// the search alone, and the deconvolutions at the sizes a step restores.
+// One thumbnail at a short and a long blur, the whole searches on the sample (over the grid and
+// around an estimate), and the command line's motion search with its files against the search
+// alone.
 #include "auto/auto_search.h"
-#include "engine/deconvolve.h"
 #include "engine/image_bridge.h"
-#include "engine/psf.h"
 #include "jobs/job_fixtures.h"
+#include "jobs/plane_recipe.h"
 #include "qt_bench_main.h"
 
 #include <QGuiApplication>
@@ -28,49 +27,32 @@ const QImage& sample() {
     return picture;
 }
 
-SearchInput sampleInput(bool keepAspect, bool motion,
-                        std::optional<clarovi::jobs::SliderSetting> around = {}) {
+SearchInput sampleInput(bool motion, std::optional<clarovi::engine::BlurOnPhoto> around = {}) {
     OpenedPicture opened(sample());
-    opened.state.keepAspect = keepAspect;
-    opened.state.motionBlur = motion;
-    return snapshotOf(opened.state, around);
+    clarovi::jobs::Setting setting;
+    setting.blur.kind =
+        motion ? clarovi::engine::BlurKind::Motion : clarovi::engine::BlurKind::OutOfFocus;
+    return {opened.state.previewSourceImage, setting, around};
 }
 
-// Arguments: the length (1, 23, 48 or 73 start the four border stages) and keepAspect.
-void BM_ComputateAuto(benchmark::State& state) {
-    AutoSearch search(sampleInput(state.range(1) != 0, false));
-    search.counters.length = int(state.range(0));
-    for (auto _ : state)
-        benchmark::DoNotOptimize(search.ComputateAuto());
+// One thumbnail's restoration, the small copy of the sample with a disk; argument: its diameter.
+void BM_Thumbnail(benchmark::State& state) {
+    const cv::Mat small = clarovi::engine::CVGrayscaleMat(
+        sample().scaled(512, 512, Qt::KeepAspectRatio, Qt::SmoothTransformation));
+    const clarovi::jobs::Setting setting{
+        {clarovi::engine::BlurKind::OutOfFocus, double(state.range(0))}, kSearchSharpness};
+    for (auto _ : state) {
+        std::vector<cv::Mat> planes{small};
+        clarovi::jobs::restorePlanes(planes, setting, {0.25, 1});
+        benchmark::DoNotOptimize(planes.front().data);
+    }
 }
-BENCHMARK(BM_ComputateAuto)
-    ->ArgsProduct({{1, 23, 48, 73}, {1, 0}})
-    ->Unit(benchmark::kMillisecond)
-    ->UseRealTime();
-
-void BM_Deconvolve(benchmark::State& state) {
-    const int side = int(state.range(0));
-    cv::Mat plane(side, side, CV_8U);
-    cv::randu(plane, 0, 255);
-    const QImage psf = clarovi::engine::MakePsfD(5, 0, 0.2, false, false, QSize(512, 512));
-    const cv::Mat kernel = *clarovi::engine::normalizedKernel(clarovi::engine::CVGrayscaleMat(psf));
-    cv::Mat result;
-    for (auto _ : state)
-        clarovi::engine::deconvolvePlane(0.0035, plane, result, kernel);
-}
-BENCHMARK(BM_Deconvolve)
-    ->Arg(512)
-    ->Arg(712)
-    ->Arg(768)
-    ->Arg(824)
-    ->Arg(880)
-    ->Unit(benchmark::kMillisecond)
-    ->UseRealTime();
+BENCHMARK(BM_Thumbnail)->Arg(8)->Arg(80)->Unit(benchmark::kMillisecond)->UseRealTime();
 
 void wholeSearch(benchmark::State& state, bool motion,
-                 std::optional<clarovi::jobs::SliderSetting> around = {}) {
+                 std::optional<clarovi::engine::BlurOnPhoto> around = {}) {
     for (auto _ : state) {
-        AutoSearch search(sampleInput(true, motion, around));
+        AutoSearch search(sampleInput(motion, around));
         search.run([](const ProgressUpdate&) {});
         benchmark::DoNotOptimize(search.results.size());
     }
@@ -91,7 +73,8 @@ BENCHMARK(BM_SearchMotion)->Unit(benchmark::kMillisecond)->UseRealTime()->Iterat
 
 // Lengths 0.7 to 1.3 times 40 a pixel apart, at 13 angles: 325 restorations.
 void BM_SearchMotionAroundEstimate(benchmark::State& state) {
-    wholeSearch(state, true, clarovi::jobs::SliderSetting{40.0f, 20.0});
+    wholeSearch(state, true,
+                clarovi::engine::BlurOnPhoto{clarovi::engine::BlurKind::Motion, 40, 20});
 }
 BENCHMARK(BM_SearchMotionAroundEstimate)->Unit(benchmark::kMillisecond)->UseRealTime();
 

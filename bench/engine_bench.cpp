@@ -1,5 +1,4 @@
 #include "engine/image_bridge.h"
-#include "engine/padding.h"
 #include "engine/psf.h"
 
 #include <benchmark/benchmark.h>
@@ -19,17 +18,18 @@ QImage workingPicture() {
     return imageWithImage(imageWithCVMat(rgbx), QSizeF(kWorking));
 }
 
-void BM_MakePsfD_Working(benchmark::State& state) {
+// The kernels of the longest blurs the sliders allow, at the scale of a 24-megapixel photograph.
+void BM_MakePsfD_LongestDisk24MP(benchmark::State& state) {
     for (auto _ : state)
-        benchmark::DoNotOptimize(MakePsfD(10.0f, -45.0, 0.2, false, true, kWorking));
+        benchmark::DoNotOptimize(MakePsfD({BlurKind::OutOfFocus, 100, 0, 1}, 6000.0 / 2048));
 }
-BENCHMARK(BM_MakePsfD_Working)->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_MakePsfD_LongestDisk24MP)->Unit(benchmark::kMillisecond);
 
-void BM_MakePsfD_SmallCanvas(benchmark::State& state) {
+void BM_MakePsfD_LongestStreak24MP(benchmark::State& state) {
     for (auto _ : state)
-        benchmark::DoNotOptimize(MakePsfD(5.0f, -45.0, 0.2, true, true, kWorking));
+        benchmark::DoNotOptimize(MakePsfD({BlurKind::Motion, 100, 30, 5}, 6000.0 / 2048));
 }
-BENCHMARK(BM_MakePsfD_SmallCanvas)->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_MakePsfD_LongestStreak24MP)->Unit(benchmark::kMillisecond);
 
 void BM_CVGrayscaleMat_2048(benchmark::State& state) {
     const QImage picture = workingPicture();
@@ -52,17 +52,6 @@ void BM_CVMat_2048_StraightAlpha(benchmark::State& state) {
         benchmark::DoNotOptimize(CVMat(picture));
 }
 BENCHMARK(BM_CVMat_2048_StraightAlpha)->Unit(benchmark::kMillisecond);
-
-void BM_addPad_2048(benchmark::State& state) {
-    cv::Mat plane(2048, 2048, CV_8UC1);
-    cv::randu(plane, 0, 256);
-    const PadParameters parameters{
-        .eventLength = 10.0f, .muStart = 0.0035f, .muMin = 0.002f, .muMax = 0.008f};
-    int added = 0;
-    for (auto _ : state)
-        benchmark::DoNotOptimize(addPad(plane, 0.1, &added, parameters));
-}
-BENCHMARK(BM_addPad_2048)->Unit(benchmark::kMillisecond);
 
 void BM_imageWithImage_4000x3000_to_2048(benchmark::State& state) {
     cv::Mat rgbx(3000, 4000, CV_8UC4);

@@ -1,7 +1,6 @@
-// The full-size export's restoration of a large picture, beside the literal whole-plane one it
-// replaces. Run one benchmark per process (--benchmark_filter) for a meaningful peak_rss_MiB.
-#include "jobs/full_size_restoration.h"
-#include "literal_reference.h"
+// The full-size export's restoration of a large picture. Run one benchmark per process
+// (--benchmark_filter) for a meaningful peak_rss_MiB.
+#include "jobs/plane_recipe.h"
 
 #include <benchmark/benchmark.h>
 #include <opencv2/imgproc.hpp>
@@ -28,13 +27,7 @@ std::vector<cv::Mat> syntheticPicture(cv::Size size, int channels) {
     return planes;
 }
 
-jobs::BlurSetting diskOfLength10() {
-    jobs::BlurSetting setting;
-    setting.length = 10;
-    setting.mu = 0.0035;
-    setting.pad = {10.0f, 0.0035f, 0.002f, 0.008f};
-    return setting;
-}
+const jobs::Setting kDiskOfLength10{{engine::BlurKind::OutOfFocus, 10}, 0.0035};
 
 void reportPeakResident(benchmark::State& state) {
     rusage usage{};
@@ -44,16 +37,9 @@ void reportPeakResident(benchmark::State& state) {
 
 void fullSize(benchmark::State& state, cv::Size size, int channels) {
     const std::vector<cv::Mat> picture = syntheticPicture(size, channels);
-    const QSize source(size.width, size.height);
-    const cv::Mat kernel = *jobs::fullSizeKernel(diskOfLength10(), source);
-    const int border = jobs::fullSizeBorder(diskOfLength10(), source);
     for (auto _ : state) {
-        state.PauseTiming();
-        std::vector<cv::Mat> planes;
-        for (const cv::Mat& plane : picture)
-            planes.push_back(plane.clone());
-        state.ResumeTiming();
-        jobs::restoreFullSize(planes, kernel, 0.0035, border);
+        std::vector<cv::Mat> planes = picture;
+        jobs::restorePlanes(planes, kDiskOfLength10, {engine::workingScale(size)});
     }
     reportPeakResident(state);
 }
@@ -67,25 +53,5 @@ void BM_FullSize100MPGrey(benchmark::State& state) {
     fullSize(state, {10000, 10000}, 1);
 }
 BENCHMARK(BM_FullSize100MPGrey)->Unit(benchmark::kMillisecond)->UseRealTime();
-
-// Each channel padded by the border and restored whole with OpenCV's complex transforms.
-void BM_LiteralWholePlane24MP(benchmark::State& state) {
-    const std::vector<cv::Mat> picture = syntheticPicture({6000, 4000}, 3);
-    const QSize source(6000, 4000);
-    const cv::Mat kernel = *jobs::fullSizeKernel(diskOfLength10(), source);
-    const int border = jobs::fullSizeBorder(diskOfLength10(), source);
-    reference::Workspace workspace;
-    for (auto _ : state) {
-        for (const cv::Mat& plane : picture) {
-            cv::Mat padded, restored, output;
-            cv::copyMakeBorder(plane, padded, border, border, border, border, cv::BORDER_REPLICATE);
-            reference::deconvolvePlane(0.0035, padded, restored, kernel, workspace);
-            restored(cv::Rect(border, border, plane.cols, plane.rows)).convertTo(output, CV_16U);
-            benchmark::DoNotOptimize(output.data);
-        }
-    }
-    reportPeakResident(state);
-}
-BENCHMARK(BM_LiteralWholePlane24MP)->Unit(benchmark::kMillisecond)->UseRealTime();
 
 } // namespace

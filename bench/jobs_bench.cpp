@@ -18,8 +18,8 @@ const QImage& photo() {
 
 void BM_DeconvolvePlane2048(benchmark::State& state) {
     OpenedPicture opened(photo());
-    const cv::Mat plane = engine::CVGrayscaleMat(opened.state.sourceImage);
-    const cv::Mat kernel = *engine::normalizedKernel(engine::CVGrayscaleMat(opened.state.psfImage));
+    const cv::Mat& plane = opened.state.workingGrey;
+    const cv::Mat kernel = engine::MakePsfD(opened.window.controls.blur, 1.0);
     cv::Mat result;
     for (auto _ : state)
         engine::deconvolvePlane(0.0035, plane, result, kernel);
@@ -29,14 +29,14 @@ BENCHMARK(BM_DeconvolvePlane2048)->Unit(benchmark::kMillisecond)->UseRealTime();
 void BM_PreviewJob2048(benchmark::State& state) {
     OpenedPicture opened(photo());
     for (auto _ : state)
-        opened.jobs.auxTrueNoMultithread();
+        opened.jobs.auxTrueNoMultithread(opened.window.controls);
 }
 BENCHMARK(BM_PreviewJob2048)->Unit(benchmark::kMillisecond)->UseRealTime();
 
 void BM_ColourJob2048(benchmark::State& state) {
     OpenedPicture opened(photo());
     for (auto _ : state)
-        opened.jobs.runCompFalse();
+        opened.jobs.auxFalse(opened.window.controls);
 }
 BENCHMARK(BM_ColourJob2048)->Unit(benchmark::kMillisecond)->UseRealTime();
 

@@ -30,44 +30,37 @@ void printError(const QString& message) {
     std::fprintf(stderr, "clarovi-cli: %s\n", message.simplified().toUtf8().constData());
 }
 
-// The controls set as the user would leave them. Releasing the length slider, or the width slider
-// (usable only in motion mode), records the length for the border padding; an untouched slider
-// leaves it at 0, as after opening.
-void applyOptions(const app::CliOptions& options, jobs::ControllerState& state,
-                  jobs::HeadlessWindow& window) {
-    window.length = options.lengthOrInitial();
-    window.mu = options.sharpness;
-    window.motion = state.motionBlur = options.motion;
-    window.angle = state.currentAngle = options.angle;
-    window.width = state.currentWidth = options.widthOrInitial();
-    const bool lengthReleased = options.length || (options.motion && options.width);
-    state.eventLength = lengthReleased ? window.length : 0.0f;
+// The controls set as the user would leave them.
+jobs::Setting settingOf(const app::CliOptions& options) {
+    const engine::BlurKind kind =
+        options.motion ? engine::BlurKind::Motion : engine::BlurKind::OutOfFocus;
+    return {{kind, options.lengthOrInitial(), options.angle, options.widthOrInitial()},
+            options.sharpness};
 }
 
 // The first computations of a fresh picture, then the colour restoration when asked for; or
 // the live preview of one drag step of the length slider.
-void restore(const app::CliOptions& options, jobs::ControlSequences& sequences,
-             jobs::RestorationJobs& restorations) {
-    if (options.tiled) {
+void restore(const app::CliOptions& options, jobs::ControlSequences& sequences) {
+    if (options.live) {
         sequences.LengthNew(false);
         return;
     }
     sequences.showFirstRestoration();
     if (options.rgb)
-        restorations.runCompFalse();
+        sequences.colorize();
 }
 
 // The automatic search of the window's auto button, without the window: over the grid, or
 // around a setting; progress on stderr as the overlay shows it, every result written out while
 // the search goes on. Picking one is the window's business.
 int runSearch(const app::CliOptions& options, const jobs::ControllerState& state,
-              std::optional<jobs::SliderSetting> around = {}) {
+              const jobs::Setting& setting, std::optional<engine::BlurOnPhoto> around = {}) {
     app::SearchWriter writer(options.autoDir);
     if (const QString error = writer.open(); !error.isEmpty()) {
         printError(error);
         return 1;
     }
-    autosearch::AutoSearch search(autosearch::snapshotOf(state, around));
+    autosearch::AutoSearch search({state.previewSourceImage, setting, around});
     size_t queued = 0;
     search.run(
         [&](const autosearch::ProgressUpdate& update) {
@@ -86,21 +79,19 @@ int runSearch(const app::CliOptions& options, const jobs::ControllerState& state
 
 // The blur found in the opened picture, as the sliders take it.
 jobs::EstimatedSetting estimateOf(const jobs::ControllerState& state, engine::KindWanted wanted) {
-    const cv::Mat grey =
-        jobs::shownGreyPicture(state.sourceImage, QSizeF(state.displayWidth, state.displayHeight));
-    return jobs::settingOf(engine::estimateBlur(grey, wanted), state);
+    return jobs::settingOf(engine::estimateBlur(state.analysisGrey, wanted));
 }
 
 // One line on stdout, in the C locale's numbers: "focus LENGTH CONFIDENCE" or
 // "motion LENGTH ANGLE CONFIDENCE".
 void printEstimate(const jobs::EstimatedSetting& found) {
-    const QString line = found.estimate.kind == engine::BlurKind::Motion
+    const QString line = found.blur.kind == engine::BlurKind::Motion
                              ? QStringLiteral("motion %1 %2 %3")
-                                   .arg(double(found.setting.length), 0, 'f', 1)
-                                   .arg(found.setting.angle, 0, 'f', 1)
+                                   .arg(found.blur.length, 0, 'f', 1)
+                                   .arg(found.blur.angle, 0, 'f', 1)
                                    .arg(found.estimate.confidence, 0, 'f', 2)
                              : QStringLiteral("focus %1 %2")
-                                   .arg(double(found.setting.length), 0, 'f', 1)
+                                   .arg(found.blur.length, 0, 'f', 1)
                                    .arg(found.estimate.confidence, 0, 'f', 2);
     std::printf("%s\n", line.toUtf8().constData());
 }
@@ -122,8 +113,7 @@ int saveShown(const jobs::HeadlessWindow& window, const QString& output) {
 // --estimate and --around-estimate: the blur found in the picture printed, restored with, or
 // searched around.
 int runEstimate(const app::CliOptions& options, jobs::ControllerState& state,
-                jobs::HeadlessWindow& window, jobs::ControlSequences& sequences,
-                jobs::RestorationJobs& restorations) {
+                jobs::HeadlessWindow& window, jobs::ControlSequences& sequences) {
     const jobs::EstimatedSetting found = estimateOf(state, options.wanted());
     if (options.estimate)
         printEstimate(found);
@@ -136,27 +126,18 @@ int runEstimate(const app::CliOptions& options, jobs::ControllerState& state,
         return 1;
     }
     if (options.aroundEstimate) {
-        state.motionBlur = found.estimate.kind == engine::BlurKind::Motion;
-        return runSearch(options, state, found.setting);
+        jobs::Setting setting = window.setting();
+        setting.blur = found.blur;
+        return runSearch(options, state, setting, found.blur);
     }
     sequences.applyEstimate(found);
     if (options.rgb)
-        restorations.runCompFalse();
+        sequences.colorize();
     return saveShown(window, options.output);
 }
 
-// The blur model and sharpness the options set, as the window's controls would show them.
-jobs::BlurSetting blurSettingFor(const app::CliOptions& options) {
-    jobs::ControllerState state;
-    jobs::HeadlessWindow window;
-    state.setUpDefaults(window.mu, jobs::kSharpnessRange.minimum, jobs::kSharpnessRange.maximum,
-                        window.length);
-    applyOptions(options, state, window);
-    return jobs::blurSettingOf(state, window.length, window.angle, window.width, window.mu);
-}
-
 // One photograph restored at its own size into target; whether it was written.
-bool exportOne(const QString& input, const QString& target, const jobs::BlurSetting& setting,
+bool exportOne(const QString& input, const QString& target, const jobs::Setting& setting,
                const app::CliOptions& options) {
     const jobs::ExportResult result =
         jobs::exportFullSize({input, target, setting, {options.depth, options.quality}});
@@ -171,7 +152,7 @@ bool exportOne(const QString& input, const QString& target, const jobs::BlurSett
 
 // Every photograph into the folder, one line each; the run goes on past a failure and ends
 // with the list of those that failed.
-int exportBatch(const app::CliOptions& options, const jobs::BlurSetting& setting) {
+int exportBatch(const app::CliOptions& options, const jobs::Setting& setting) {
     if (!QDir().mkpath(options.outDir)) {
         printError(QStringLiteral("Cannot create the folder \u201c%1\u201d.").arg(options.outDir));
         return 1;
@@ -196,7 +177,7 @@ int exportBatch(const app::CliOptions& options, const jobs::BlurSetting& setting
 }
 
 int runFullSize(const app::CliOptions& options) {
-    const jobs::BlurSetting setting = blurSettingFor(options);
+    const jobs::Setting setting = settingOf(options);
     if (!options.outDir.isEmpty())
         return exportBatch(options, setting);
     return exportOne(options.input, options.output, setting, options) ? 0 : 1;
@@ -212,16 +193,16 @@ int run(const app::CliOptions& options) {
     }
     jobs::ControllerState state;
     jobs::HeadlessWindow window;
+    window.controls = settingOf(options);
     jobs::RestorationJobs restorations(state, window);
     jobs::ControlSequences sequences(state, window, restorations);
     sequences.setUpDefaults();
     sequences.pickImg(loaded.image);
-    applyOptions(options, state, window);
     if (options.estimate || options.aroundEstimate)
-        return runEstimate(options, state, window, sequences, restorations);
+        return runEstimate(options, state, window, sequences);
     if (!options.autoDir.isEmpty())
-        return runSearch(options, state);
-    restore(options, sequences, restorations);
+        return runSearch(options, state, window.setting());
+    restore(options, sequences);
     return saveShown(window, options.output);
 }
 

@@ -66,7 +66,7 @@ constexpr PlainOption kPlainOptions[] = {
               "motion blur only)."},
     {"rgb", "Restore in colour, not only the grey preview."},
     {"estimate", "Find the blur in INPUT and print it; with OUTPUT, restore with it too."},
-    {"tiled", "Write the live preview a drag of the length slider shows."},
+    {"live", "Write the live preview a drag of a slider shows (longer side 1024)."},
     {"auto", "Run the automatic search and write its thumbnails into OUTDIR.", "OUTDIR"},
     {"around-estimate", "With --auto: search finely around the blur found in INPUT instead of "
                         "the fixed grid."},
@@ -118,7 +118,7 @@ QString readExportOptions(const QCommandLineParser& parser, CliOptions& options)
 }
 
 // Why the estimate's options do not go with the others given, or an empty string. searchOrOther:
-// --auto, --tiled or --full-size given; setting: --length, --angle or --width given.
+// --auto, --live or --full-size given; setting: --length, --angle or --width given.
 QString estimateConflict(const CliOptions& options, bool searchOrOther, bool setting) {
     const bool search = !options.autoDir.isEmpty();
     if (options.focus && options.motion)
@@ -128,7 +128,7 @@ QString estimateConflict(const CliOptions& options, bool searchOrOther, bool set
     if (options.aroundEstimate && !search)
         return QStringLiteral("--around-estimate goes with --auto");
     if (options.estimate && searchOrOther)
-        return QStringLiteral("--estimate goes with neither --auto, --tiled nor --full-size");
+        return QStringLiteral("--estimate goes with neither --auto, --live nor --full-size");
     if ((options.estimate || options.aroundEstimate) && setting)
         return QStringLiteral("--length, --angle and --width are the estimate's to set");
     return {};
@@ -141,22 +141,25 @@ CliParseResult parseCliOptions(const QStringList& arguments) {
     parser.setApplicationDescription(QStringLiteral(
         "Restores a blurred photograph and writes the result as PNG: the grey preview, or the "
         "colour restoration with --rgb, at the photograph's aspect ratio, longer side 2048; "
-        "with --tiled the live preview of a slider drag (longer side 1024); with --auto the "
+        "with --live the live preview of a slider drag (longer side 1024); with --auto the "
         "thumbnails of the automatic search, one PNG each, and their index.csv; with --full-size "
         "the whole photograph at its own size, in colour, with its metadata. --estimate prints "
         "the blur found in the photograph as the sliders would take it, on one line: "
         "\"focus LENGTH CONFIDENCE\" or \"motion LENGTH ANGLE CONFIDENCE\"."));
     const QCommandLineOption helpOption = parser.addHelpOption();
     const NumberOption length{numberOption(QStringLiteral("length"),
-                                           QStringLiteral("PSF length or disk diameter in pixels"),
+                                           QStringLiteral("Disk diameter or streak length in "
+                                                          "pixels of the photograph at 2048 on its "
+                                                          "longer side"),
                                            jobs::kLengthRange),
                               jobs::kLengthRange};
     const NumberOption angle{numberOption(QStringLiteral("angle"),
-                                          QStringLiteral("Motion angle in degrees"),
+                                          QStringLiteral("Streak direction in degrees "
+                                                         "counter-clockwise from horizontal"),
                                           jobs::kAngleRange),
                              jobs::kAngleRange};
     const NumberOption width{numberOption(QStringLiteral("width"),
-                                          QStringLiteral("Motion line width in pixels"),
+                                          QStringLiteral("Streak thickness in the same pixels"),
                                           jobs::kWidthRange),
                              jobs::kWidthRange};
     const NumberOption sharpness{numberOption(QStringLiteral("sharpness"),
@@ -204,7 +207,7 @@ CliParseResult parseCliOptions(const QStringList& arguments) {
     options.estimate = set("estimate");
     options.aroundEstimate = set("around-estimate");
     options.rgb = set("rgb");
-    error = estimateConflict(options, search || set("tiled") || set("full-size"),
+    error = estimateConflict(options, search || set("live") || set("full-size"),
                              set("length") || set("angle") || set("width"));
     if (!error.isEmpty())
         return refusal(error);
@@ -219,8 +222,8 @@ CliParseResult parseCliOptions(const QStringList& arguments) {
     if (!options.fullSize && (batch || set("depth") || set("quality") || set("format")))
         return refusal(QStringLiteral("--depth, --quality, --format and --out-dir go with "
                                       "--full-size"));
-    if (options.fullSize && (search || set("tiled")))
-        return refusal(QStringLiteral("--full-size goes with neither --auto nor --tiled"));
+    if (options.fullSize && (search || set("live")))
+        return refusal(QStringLiteral("--full-size goes with neither --auto nor --live"));
     if (batch) {
         if (files.isEmpty())
             return refusal(QStringLiteral("expected at least one INPUT, got 0"));
@@ -237,9 +240,9 @@ CliParseResult parseCliOptions(const QStringList& arguments) {
                 .arg(files.size() == 1 ? "" : "s"));
     options.input = files[0];
     options.output = files.size() == 2 ? files[1] : QString();
-    options.tiled = set("tiled");
-    if (options.tiled && (search || options.rgb))
-        return refusal(QStringLiteral("--tiled goes with neither --rgb nor --auto"));
+    options.live = set("live");
+    if (options.live && (search || options.rgb))
+        return refusal(QStringLiteral("--live goes with neither --rgb nor --auto"));
     return {CliParseResult::Outcome::Run, options, {}};
 }
 

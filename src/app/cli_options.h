@@ -25,7 +25,7 @@ struct CliOptions {
     bool estimate = false;       ///< print the estimated blur; restore with it when given OUTPUT
     bool aroundEstimate = false; ///< with --auto: search around the estimated blur
     bool rgb = false;
-    bool tiled = false;          ///< one live preview, as a drag step of the length slider makes it
+    bool live = false;           ///< one live preview, as a drag step of a slider makes it
     bool verbose = false;        ///< print the program's log lines and what the decoders report
     QString autoDir;             ///< set for --auto: the folder the search's thumbnails go to
     std::optional<float> length; ///< set when --length was given: the length slider was released

@@ -1,5 +1,7 @@
 #include "fourier_preview.h"
 
+#include "engine/zero_fit.h"
+
 #include <QMouseEvent>
 #include <QPainter>
 
@@ -26,7 +28,7 @@ void SpectrumPreview::setSpectrum(const jobs::ShownSpectrum& spectrum) {
     setImage(spectrum.picture);
 }
 
-void SpectrumPreview::setBlur(const engine::BlurShape& blur) {
+void SpectrumPreview::setBlur(const engine::BlurOnPhoto& blur) {
     m_blur = blur;
     update();
 }
@@ -93,9 +95,9 @@ void SpectrumPreview::paintEvent(QPaintEvent* event) {
     painter.setPen(QPen(kZeroColour, 1.0));
     painter.setBrush(Qt::NoBrush);
     if (m_blur->kind == engine::BlurKind::OutOfFocus)
-        drawRings(painter, m_blur->extent);
+        drawRings(painter, m_blur->extent());
     else
-        drawLines(painter, m_blur->extent);
+        drawLines(painter, m_blur->extent());
 }
 
 void SpectrumPreview::mouseReleaseEvent(QMouseEvent* event) {

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "engine/blur_shape.h"
+#include "engine/blur.h"
 #include "image_view.h"
 #include "jobs/window_port.h"
 
@@ -18,11 +18,11 @@ class SpectrumPreview : public ImageView {
 
     void setSpectrum(const jobs::ShownSpectrum& spectrum);
     const jobs::ShownSpectrum& spectrum() const { return m_spectrum; }
-    /// The blur whose zeros are drawn, as it lies on the photograph shown.
-    void setBlur(const engine::BlurShape& blur);
-    const std::optional<engine::BlurShape>& blur() const { return m_blur; }
+    /// The blur whose zeros are drawn, as it lies on the photograph.
+    void setBlur(const engine::BlurOnPhoto& blur);
+    const std::optional<engine::BlurOnPhoto>& blur() const { return m_blur; }
 
-    /// Where a frequency (cycles per pixel of the photograph, x right, y down) lies in the widget.
+    /// Where a frequency (cycles per working pixel, x right, y down) lies in the widget.
     QPointF widgetPointOf(cv::Point2d frequency) const;
 
   signals:
@@ -39,7 +39,7 @@ class SpectrumPreview : public ImageView {
     double widgetPixelsPerCycle() const;
 
     jobs::ShownSpectrum m_spectrum;
-    std::optional<engine::BlurShape> m_blur;
+    std::optional<engine::BlurOnPhoto> m_blur;
 };
 
 } // namespace clarovi::app

@@ -156,11 +156,7 @@ void AutoViewController::pick(const QModelIndex& index) {
         return;
     const autosearch::AutoResult& result = m_model.result(index.row());
     autosearch::Data& shared = autosearch::Data::getInstance();
-    shared.selectedLength = double(result.labelLength);
-    shared.selectedAngle = double(result.angle);
-    shared.selectedWidth = 0.2;
-    shared.selectedSharpness = autosearch::kSearchSharpness;
-    shared.putImg = result.thumbnail;
+    shared.selected = {result.blur, autosearch::kSearchSharpness};
     shared.toPut = true;
     m_pickMade = true;
     close();

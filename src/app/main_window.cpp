@@ -137,7 +137,7 @@ MainWindow::MainWindow(QSettings& settings, QWidget* parent)
     connectPanel();
     m_editSettled.setSingleShot(true);
     m_editSettled.setInterval(int(jobs::kReleaseDelay * 1000));
-    connect(&m_editSettled, &QTimer::timeout, this, [this] { m_pendingRelease(); });
+    connect(&m_editSettled, &QTimer::timeout, &m_sequences, &jobs::ControlSequences::settled);
     qApp->installEventFilter(this);
     if (!restoreGeometry(m_settings.value(QLatin1String(kGeometryKey)).toByteArray()))
         resize(1320, 860);
@@ -216,8 +216,10 @@ void MainWindow::buildStatusBar() {
     for (QLabel* label : {m_fileLabel, m_zoomLabel, m_jobLabel})
         statusBar()->addPermanentWidget(label);
     connect(img01, &ImageView::zoomChanged, this, [this](double factor, bool fitting) {
+        // The view lays the photograph out at its own size: 100 % is one of its pixels.
         const long percent = std::lround(factor * 100);
-        m_zoomLabel->setText(fitting ? tr("Fit (%1 %)").arg(percent) : tr("%1 %").arg(percent));
+        m_zoomLabel->setText(fitting ? tr("Fit: %1 % of full size").arg(percent)
+                                     : tr("%1 % of full size").arg(percent));
     });
 }
 
@@ -232,18 +234,12 @@ void MainWindow::connectPanel() {
     connectField(m_panel->psfAngle, &jobs::ControlSequences::angleNew);
     connectField(m_panel->anglewidth, &jobs::ControlSequences::widthSlider);
     connect(m_panel->muSlider, &SliderField::released, this, &MainWindow::muSliderChange);
-    const std::pair<SliderField*, void (jobs::ControlSequences::*)()> typed[] = {
-        {m_panel->psfCountD, &jobs::ControlSequences::lengthTyped},
-        {m_panel->psfAngle, &jobs::ControlSequences::angleTyped},
-        {m_panel->anglewidth, &jobs::ControlSequences::widthTyped},
-        {m_panel->muSlider, &jobs::ControlSequences::sharpnessTyped}};
-    for (const auto& [field, release] : typed)
-        connect(field, &SliderField::edited, this,
-                [this, typedRelease = std::bind(release, &m_sequences)] {
-                    settingEdited(typedRelease);
-                });
+    for (SliderField* field :
+         {m_panel->psfCountD, m_panel->psfAngle, m_panel->anglewidth, m_panel->muSlider})
+        connect(field, &SliderField::edited, this, &MainWindow::settingEdited);
 
-    connect(m_panel->movedSw, &QPushButton::clicked, this, [this] { movedSwitch(motionMode()); });
+    connect(m_panel->movedSw, &QPushButton::clicked, this,
+            [this] { movedSwitch(m_panel->movedSw->isChecked()); });
     connect(m_panel->ofSw, &QPushButton::clicked, this, [this] { movedSwitch(false); });
     connect(m_panel->openBtn, &QPushButton::clicked, this, &MainWindow::pickIt);
     connect(m_panel->saveBtn, &QPushButton::clicked, this, &MainWindow::SaveImage);
@@ -264,8 +260,6 @@ void MainWindow::connectPanel() {
     });
     connect(m_panel->spectrumPreview, &SpectrumPreview::clicked, this,
             &MainWindow::showSpectrumWindow);
-    connect(m_panel->aspectBtn, &QPushButton::clicked, &m_sequences,
-            &jobs::ControlSequences::aspectChange);
     connect(m_panel->compareBtn, &QPushButton::pressed, this, [this] { setComparing(true); });
     connect(m_panel->compareBtn, &QPushButton::released, this, [this] { setComparing(false); });
 }
@@ -292,23 +286,24 @@ void MainWindow::showHelp() {
     m_helpController->showInFront();
 }
 
-bool MainWindow::motionMode() const {
-    return m_panel->movedSw->isChecked();
+jobs::Setting MainWindow::setting() const {
+    const bool motion = m_panel->movedSw->isChecked();
+    const engine::BlurOnPhoto blur{motion ? engine::BlurKind::Motion : engine::BlurKind::OutOfFocus,
+                                   m_panel->psfCountD->floatValue(),
+                                   m_panel->psfAngle->floatValue(),
+                                   m_panel->anglewidth->floatValue()};
+    return {blur, m_panel->muSlider->floatValue()};
 }
 
-void MainWindow::setPsfSliders(float length, double angle, double width) {
-    m_panel->psfCountD->setFloatValue(length);
-    m_panel->psfAngle->setFloatValue(float(angle));
-    m_panel->anglewidth->setFloatValue(float(width));
-}
-
-void MainWindow::setSharpness(float mu) {
-    m_panel->muSlider->setFloatValue(mu);
-}
-
-void MainWindow::setMotionMode(bool motion) {
-    m_panel->showMotionMode(motion);
-    autosearch::Data::getInstance().isMotionSwitchOn = motion;
+// A disk leaves the angle and width sliders where they were, ready for motion mode.
+void MainWindow::showSetting(const jobs::Setting& setting) {
+    m_panel->showMotionMode(setting.motion());
+    m_panel->psfCountD->setFloatValue(float(setting.blur.length));
+    if (setting.motion()) {
+        m_panel->psfAngle->setFloatValue(float(setting.blur.angle));
+        m_panel->anglewidth->setFloatValue(float(setting.blur.width));
+    }
+    m_panel->muSlider->setFloatValue(float(setting.sharpness));
 }
 
 void MainWindow::lockEverything() {
@@ -423,18 +418,18 @@ void MainWindow::takeEstimate(const engine::BlurEstimate& estimate) {
     endEstimate();
     if (m_state.sourceImage.cacheKey() != m_estimatedPicture || m_overlay->isVisible())
         return;
-    const jobs::EstimatedSetting found = jobs::settingOf(estimate, m_state);
+    const jobs::EstimatedSetting found = jobs::settingOf(estimate);
     if (!found.clear) {
         statusBar()->showMessage(tr("No clear blur found"), kNoteMilliseconds);
         return;
     }
     m_sequences.applyEstimate(found);
-    const bool motion = estimate.kind == engine::BlurKind::Motion;
-    QString note = motion ? tr("Motion blur found: length %1, angle %2")
-                                .arg(double(found.setting.length), 0, 'f', 1)
-                                .arg(found.setting.angle, 0, 'f', 1)
-                          : tr("Out-of-focus blur found: diameter %1")
-                                .arg(double(found.setting.length), 0, 'f', 1);
+    const bool motion = found.blur.kind == engine::BlurKind::Motion;
+    QString note =
+        motion ? tr("Motion blur found: length %1, angle %2°")
+                     .arg(found.blur.length, 0, 'f', 1)
+                     .arg(found.blur.angle, 0, 'f', 1)
+               : tr("Out-of-focus blur found: diameter %1").arg(found.blur.length, 0, 'f', 1);
     note += tr(" (confidence %1)").arg(estimate.confidence, 0, 'f', 2);
     if (found.beyondRange)
         note += tr("; the blur is longer than the length slider reaches, so it is set to its end");
@@ -447,9 +442,8 @@ void MainWindow::reportError(const QString& message) {
     m_messageSink(message);
 }
 
-void MainWindow::settingEdited(const std::function<void()>& release) {
+void MainWindow::settingEdited() {
     m_sequences.previewSetting();
-    m_pendingRelease = release;
     m_editSettled.start();
 }
 
@@ -461,12 +455,7 @@ void MainWindow::muSliderChange() {
 
 void MainWindow::movedSwitch(bool motion) {
     m_panel->showMotionMode(motion);
-    autosearch::Data::getInstance().isMotionSwitchOn = motion;
-    m_sequences.movedSwitch(motion);
-}
-
-void MainWindow::setupBtn() {
-    autosearch::Data::getInstance().isMotionSwitchOn = false;
+    m_sequences.movedSwitch();
 }
 
 void MainWindow::setComparing(bool comparing) {
@@ -509,13 +498,11 @@ bool MainWindow::setImageInputForPictureTaker(const QString& path) {
     m_sequences.pickImg(picture.image);
     m_inputShown = img01->image();
     m_inputGrey = {};
-    img01->setNaturalSize(m_inputShown.size());
+    // 100 % is a pixel of the photograph, whichever copy of it the view shows.
+    img01->setNaturalSize(m_state.photoSize);
     img01->setCompareImage(m_inputShown);
     img01->fitToWindow();
-    autosearch::Data& shared = autosearch::Data::getInstance();
-    shared.selectedImg = m_state.sourceImage;
-    shared.isMotionSwitchOn = false;
-    m_panel->showPictureOpened(m_state.keepAspect);
+    m_panel->showPictureOpened();
     showOpenedFile(path, picture.image.size());
     AppearActions();
     return true;
@@ -530,20 +517,16 @@ void MainWindow::showOpenedFile(const QString& path, const QSize& originalSize) 
 }
 
 void MainWindow::AppearActions() {
-    autosearch::Data& shared = autosearch::Data::getInstance();
-    if (shared.isMotionSwitchOn.load() || motionMode())
-        m_state.motionBlur = true;
-    if (shared.toPut.load() && !m_state.sourceImage.isNull())
+    if (autosearch::Data::getInstance().toPut.load() && !m_state.sourceImage.isNull())
         applyPick();
     if (m_autoRun.autoRequested)
-        m_autoRun.MainWrapper();
+        m_autoRun.MainWrapper(setting());
     m_sequences.showFirstRestoration();
 }
 
 void MainWindow::applyPick() {
     autosearch::Data& shared = autosearch::Data::getInstance();
-    m_sequences.applyPick(shared.selectedLength.load(), shared.selectedAngle.load(),
-                          shared.selectedWidth.load(), shared.selectedSharpness.load());
+    m_sequences.applyPick(shared.selected);
     shared.toPut = false;
 }
 
@@ -578,19 +561,13 @@ void MainWindow::exportFullSize() {
     const QString chosen = m_exportChooser(jobs::exportName(m_openedPath, folder));
     if (chosen.isEmpty())
         return;
-    const jobs::ExportRequest request{
-        m_openedPath,
-        jobs::savePathFor(chosen),
-        jobs::blurSettingOf(m_state, psfLength(), psfAngle(), psfWidth(), sharpness()),
-        {}};
+    const jobs::ExportRequest request{m_openedPath, jobs::savePathFor(chosen), setting(), {}};
     if (const QString error = jobs::exportTargetError(request.target); !error.isEmpty()) {
         reportError(error);
         return;
     }
     m_settings.setValue(QLatin1String(kExportFolderKey), QFileInfo(request.target).absolutePath());
     lockEverything();
-    // Fixed size starts a restoration of its own, which would compete with the export.
-    m_panel->aspectBtn->setEnabled(false);
     m_jobLabel->setText(tr("Exporting…"));
     startExport(request);
 }
@@ -626,7 +603,6 @@ void MainWindow::startExport(const jobs::ExportRequest& request) {
 void MainWindow::finishExport(const QString& target) {
     if (m_exportProgress)
         m_exportProgress->close();
-    m_panel->aspectBtn->setEnabled(true);
     unlockEverything();
     const jobs::ExportResult result = m_exportWatcher.result();
     switch (result.outcome) {

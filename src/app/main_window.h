@@ -69,16 +69,10 @@ class MainWindow : public QMainWindow, public jobs::WindowPort, public autosearc
     const QImage& shownImage() const { return img01->image(); }
 
     // WindowPort
-    float psfLength() const override { return m_panel->psfCountD->floatValue(); }
-    float sharpness() const override { return m_panel->muSlider->floatValue(); }
-    double psfAngle() const override { return m_panel->psfAngle->floatValue(); }
-    double psfWidth() const override { return m_panel->anglewidth->floatValue(); }
-    bool motionMode() const override;
+    jobs::Setting setting() const override;
+    void showSetting(const jobs::Setting& setting) override;
     bool sliderHeld() const override { return m_panel->sliderHeld(); }
     bool showsResult() const override { return !img01->image().isNull(); }
-    void setPsfSliders(float length, double angle, double width) override;
-    void setSharpness(float mu) override;
-    void setMotionMode(bool motion) override;
     void lockEverything() override;
     void unlockEverything() override;
     void showResult(const QImage& picture) override;
@@ -107,10 +101,9 @@ class MainWindow : public QMainWindow, public jobs::WindowPort, public autosearc
     void showSpectrumWindow();
     SpectrumPreview* spectrumWindowView() const { return m_spectrumWindowView; }
 
-    void autoBtn() { m_autoRun.MainWrapper(); }
+    void autoBtn() { m_autoRun.MainWrapper(setting()); }
     /// Asks for an auto run as soon as the next picture is open.
     void automatizateIt() { m_autoRun.automatizateIt(); }
-    void setupBtn();
 
     // AutoWindowPort
     void showOverlay(bool shown) override;
@@ -136,7 +129,7 @@ class MainWindow : public QMainWindow, public jobs::WindowPort, public autosearc
     void buildStatusBar();
     void connectPanel();
     void connectField(SliderField* field, void (jobs::ControlSequences::*handler)(bool));
-    void settingEdited(const std::function<void()>& release);
+    void settingEdited();
     void viewDidLoad();
     void showFirstStartHelp();
     void movedSwitch(bool motion);
@@ -175,7 +168,6 @@ class MainWindow : public QMainWindow, public jobs::WindowPort, public autosearc
     QFutureWatcher<jobs::ExportResult> m_exportWatcher;
     QPointer<QProgressDialog> m_exportProgress;
     std::shared_ptr<std::atomic<bool>> m_stopExport; ///< set to stop the running export
-    std::function<void()> m_pendingRelease;
 
     SidePanel* m_panel = nullptr;
     ImageView* img01 = nullptr;

@@ -25,8 +25,7 @@ QStringList missingFolders(const QString& path) {
 } // namespace
 
 SearchWriter::SearchWriter(QString folder)
-    : m_folder(std::move(folder)),
-      m_index(QStringLiteral("index,searched length,label length,angle,score\n")) {
+    : m_folder(std::move(folder)), m_index(QStringLiteral("index,kind,length,angle,score\n")) {
     // One thread writes every file in turn; the search keeps the other cores.
     m_writer.setMaxThreadCount(1);
 }
@@ -45,11 +44,12 @@ QString SearchWriter::open() {
 void SearchWriter::add(const autosearch::AutoResult& result) {
     const QString path =
         QDir(m_folder).filePath(QStringLiteral("%1.png").arg(m_count, 4, 10, QLatin1Char('0')));
+    const bool motion = result.blur.kind == engine::BlurKind::Motion;
     m_index += QStringLiteral("%1,%2,%3,%4,%5\n")
                    .arg(m_count)
-                   .arg(result.searchedLength)
-                   .arg(result.labelLength)
-                   .arg(double(result.angle))
+                   .arg(motion ? QStringLiteral("motion") : QStringLiteral("focus"))
+                   .arg(result.blur.length)
+                   .arg(result.blur.angle)
                    .arg(result.score, 0, 'f', 4);
     ++m_count;
     m_writer.start([this, thumbnail = result.thumbnail, path] { writeThumbnail(thumbnail, path); });

@@ -89,15 +89,18 @@ void SidePanel::addSettings(QVBoxLayout* column) {
         column->addWidget(field);
         return field;
     };
-    psfCountD = addField("psfCountD", jobs::kLengthRange, tr("PSF Length / Diameter"), 1,
-                         tr("How far the blur spreads a point, in pixels of the 2048-pixel "
-                            "working picture: the disk's diameter, or the motion line's length."));
+    psfCountD =
+        addField("psfCountD", jobs::kLengthRange, tr("PSF Length / Diameter"), 1,
+                 tr("How far the blur spreads a point: the disk's diameter, or the streak's "
+                    "length, in pixels of the photograph brought to 2048 pixels on its "
+                    "longer side, whatever its own size."));
     psfAngle = addField("psfAngle", jobs::kAngleRange, tr("PSF Angle"), 1,
-                        tr("The direction of the motion, in degrees (motion blur only). At 0 the "
-                           "line rises at 45° to the right; a larger angle turns it clockwise: "
-                           "45 is horizontal, 90 falls at 45°, -45 and 135 are vertical."));
+                        tr("The direction of the streak (motion blur only), in degrees "
+                           "counter-clockwise from horizontal: 0 is horizontal, 90 vertical, 45 "
+                           "rises to the right."));
     anglewidth = addField("anglewidth", jobs::kWidthRange, tr("PSF Width"), 2,
-                          tr("The thickness of the motion line, in pixels (motion blur only)."));
+                          tr("The thickness of the streak in the same pixels (motion blur only); "
+                             "under 1 it is a one-pixel line."));
     muSlider = addField("muSlider", jobs::kSharpnessRange, tr("Sharpness"), 5,
                         tr("How hard the restoration sharpens: higher is sharper, with more "
                            "noise and ringing."));
@@ -137,11 +140,6 @@ void SidePanel::addButtons(QVBoxLayout* column) {
                            "estimated blur once Estimate has found one, otherwise over a coarse "
                            "grid"));
     estimateBtn = makeEstimateButton();
-    aspectBtn = addButton(tr("Fixed size"), "aspectBtn",
-                          tr("On: restore at the fixed square working size. Off: restore at "
-                             "the picture's own proportions"));
-    aspectBtn->setCheckable(true);
-    aspectBtn->setChecked(true);
     compareBtn = addButton(tr("Compare"), "compareBtn",
                            tr("Hold to see the picture before restoration at the same place "
                               "(Space)"));
@@ -153,8 +151,7 @@ void SidePanel::addButtons(QVBoxLayout* column) {
     for (QPushButton* button : {autobtn, rgbBtn})
         secondRow->addWidget(button);
     auto* thirdRow = new QHBoxLayout;
-    for (QPushButton* button : {aspectBtn, compareBtn})
-        thirdRow->addWidget(button);
+    thirdRow->addWidget(compareBtn);
     column->addLayout(firstRow);
     column->addLayout(secondRow);
     column->addLayout(thirdRow);
@@ -201,15 +198,13 @@ void SidePanel::setActive(std::initializer_list<QWidget*> controls, bool active)
 
 void SidePanel::showNoPicture() {
     setActive({psfCountD, psfAngle, anglewidth, muSlider, movedSw, ofSw, saveBtn, exportBtn, rgbBtn,
-               autobtn, estimateBtn, aspectBtn, compareBtn},
+               autobtn, estimateBtn, compareBtn},
               false);
 }
 
-void SidePanel::showPictureOpened(bool keepAspect) {
-    setActive({psfCountD, muSlider, saveBtn, exportBtn, movedSw, rgbBtn, estimateBtn, aspectBtn,
-               compareBtn},
+void SidePanel::showPictureOpened() {
+    setActive({psfCountD, muSlider, saveBtn, exportBtn, movedSw, rgbBtn, estimateBtn, compareBtn},
               true);
-    aspectBtn->setChecked(keepAspect);
     // The mode stays as it was; angle and width come back with the unlock after the first job.
     setActive({psfAngle, anglewidth}, false);
 }

@@ -30,7 +30,7 @@ class SidePanel : public QWidget {
     /// With no picture open, everything but Open stays off.
     void showNoPicture();
     /// A picture has just been opened.
-    void showPictureOpened(bool keepAspect);
+    void showPictureOpened();
     /// The angle and width settings belong to motion mode.
     void showMotionMode(bool motion);
     bool sliderHeld() const;
@@ -53,7 +53,6 @@ class SidePanel : public QWidget {
     QPushButton* rgbBtn;
     QPushButton* autobtn;
     QToolButton* estimateBtn;
-    QPushButton* aspectBtn;
     QPushButton* compareBtn;
 
   signals:

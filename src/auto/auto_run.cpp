@@ -26,14 +26,13 @@ void searchWorker(QPromise<ProgressUpdate>& promise, AutoSearch* search, QString
     }
 }
 
-// The search goes around the blur estimated in the picture when it is of the kind the window is
-// set to; otherwise, and without an estimate, over the fixed grid. The estimate is brought to the
-// sliders now, as Fixed size may have changed since.
-std::optional<jobs::SliderSetting> aroundEstimate(const jobs::ControllerState& state) {
-    const bool motion = state.estimate && state.estimate->kind == engine::BlurKind::Motion;
-    if (!state.estimate || motion != state.motionBlur)
+// The search goes around the blur estimated in the picture when it is of the kind searched;
+// otherwise, and without an estimate, over the fixed grid.
+std::optional<engine::BlurOnPhoto> aroundEstimate(const jobs::ControllerState& state,
+                                                  engine::BlurKind kind) {
+    if (!state.estimate || state.estimate->kind != kind)
         return std::nullopt;
-    return jobs::settingFor(*state.estimate, state);
+    return state.estimate;
 }
 
 } // namespace
@@ -51,14 +50,14 @@ AutoRun::~AutoRun() {
     m_watcher.waitForFinished();
 }
 
-void AutoRun::MainWrapper() {
-    if (searching())
+void AutoRun::MainWrapper(const jobs::Setting& setting) {
+    if (searching() || m_state.previewSourceImage.isNull())
         return;
     m_window.showOverlay(true);
     m_cancelRequested = false;
     m_failure.clear();
-    SearchInput input = snapshotOf(m_state, aroundEstimate(m_state));
-    m_before = input.shown;
+    SearchInput input{m_state.previewSourceImage, setting,
+                      aroundEstimate(m_state, setting.blur.kind)};
     m_search = std::make_unique<AutoSearch>(std::move(input), m_restoration);
     m_watcher.setFuture(QtConcurrent::run(searchWorker, m_search.get(), &m_failure));
 }
@@ -69,7 +68,7 @@ void AutoRun::showUpdate(int index) {
     const ProgressUpdate update = m_watcher.resultAt(index);
     m_window.showProgressText(QString::asprintf("Remaining time: %.0f", update.remaining));
     m_window.showProgress(double(update.fraction));
-    if (update.kind == SearchKind::OutOfFocus)
+    if (update.kind == engine::BlurKind::OutOfFocus)
         logLine("PROGRESS %f", double(update.fraction));
     emit updated(update);
 }
@@ -89,18 +88,15 @@ void AutoRun::onFinished() {
     }
 }
 
-// What the search leaves in the controller state reaches it here, on the main thread, once the
-// search has ended.
+// The results go to the gallery, on the main thread, once the search has ended.
 void AutoRun::complete() {
-    const SearchKind kind = m_search->kind();
+    const engine::BlurKind kind = m_search->kind();
     Data::getInstance().arrayOfData = std::move(m_search->results);
-    m_search->shown.applyTo(m_state);
-    m_state.autoCounters = m_search->counters;
     m_search.reset();
     autoRequested = false;
     m_window.showProgressText(QStringLiteral("Waiting for selection..."));
     m_window.showCv();
-    m_pickTimer.start(kind == SearchKind::Motion ? kPickPollMotion : kPickPollOutOfFocus);
+    m_pickTimer.start(kind == engine::BlurKind::Motion ? kPickPollMotion : kPickPollOutOfFocus);
     emit completed();
 }
 
@@ -119,7 +115,6 @@ void AutoRun::cancel() {
 
 void AutoRun::keepCurrentSettings() {
     m_pickTimer.stop();
-    m_before.applyTo(m_state);
     m_window.showOverlay(false);
 }
 

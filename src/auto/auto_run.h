@@ -39,16 +39,15 @@ class AutoRun : public QObject {
     /// The restoration of the next runs; an empty one is the real restoration.
     void setRestoration(Restoration restoration) { m_restoration = std::move(restoration); }
 
-    /// Shows the overlay and starts the search on its own snapshot of the state: around the
-    /// estimated blur when the state holds one of the mode's kind, over the grid otherwise.
-    void MainWrapper();
+    /// Shows the overlay and starts the search for blurs of setting's kind on its own copy of the
+    /// photograph: around the estimated blur when the state holds one of that kind, over the grid
+    /// otherwise.
+    void MainWrapper(const jobs::Setting& setting);
     /// Asks for a run when the main window next runs AppearActions (after an open).
     void automatizateIt() { autoRequested = true; }
-    /// Stops the search after the step under way; its results are dropped and the state stays
-    /// as it was before the run.
+    /// Stops the search after the step under way; its results are dropped.
     void cancel();
-    /// Ends the wait for a pick without one: the overlay goes, nothing is restored, and what the
-    /// search changed of the state the window's controls stand for is put back.
+    /// Ends the wait for a pick without one: the overlay goes and nothing is restored.
     void keepCurrentSettings();
     /// At every tick of the pick timer: applies a pick once one waits.
     void unWrap();
@@ -65,7 +64,7 @@ class AutoRun : public QObject {
     void updated(const clarovi::autosearch::ProgressUpdate& update);
     void completed();
     void cancelled();
-    /// The search threw: its results are dropped and the state stays as it was before the run.
+    /// The search threw: its results are dropped.
     void failed(const QString& why);
 
   private:
@@ -82,7 +81,6 @@ class AutoRun : public QObject {
     bool m_cancelRequested = false;
     QString m_failure; ///< written by the worker only, read once it has finished
     QTimer m_pickTimer;
-    ShownSettings m_before; ///< what the window's controls stood for before the run
 };
 
 } // namespace clarovi::autosearch

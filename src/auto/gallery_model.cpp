@@ -20,9 +20,9 @@ int GalleryModel::rowCount(const QModelIndex& parent) const {
 }
 
 QString GalleryModel::labelOf(const AutoResult& result) {
-    if (!result.motion)
-        return QString::asprintf("Ø %.1f", result.labelLength);
-    return QString::asprintf("Ø %.1f ∠ %.1f", result.labelLength, double(result.angle));
+    if (result.blur.kind == engine::BlurKind::OutOfFocus)
+        return QString::asprintf("Ø %.1f", result.blur.length);
+    return QString::asprintf("%.1f ∠ %.1f°", result.blur.length, result.blur.angle);
 }
 
 int GalleryModel::bestRow() const {

@@ -9,7 +9,7 @@
 namespace clarovi::autosearch {
 
 /// The results of the latest search as a list: the thumbnail as the decoration, its label as the
-/// text ("Ø %.1f ∠ %.1f" with the length a pick applies and the angle; "Ø %.1f" for a disk), its
+/// text ("Ø %.1f" with a disk's diameter; "%.1f ∠ %.1f°" with a streak's length and angle), its
 /// score as the tooltip, and whether it scored best. In search order, or best first.
 class GalleryModel : public QAbstractListModel {
     Q_OBJECT

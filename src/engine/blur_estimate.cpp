@@ -413,18 +413,6 @@ Candidates candidatesAt(const cv::Mat& grey, bool wantsDisk, bool wantsLine, boo
 /// (a 3:2 picture's quarter, 512 x 341, still holds three windows of 256).
 constexpr int kSmallestReduced = 300;
 
-/// The slider angle of a line along direction (image coordinates, y down): MakePsfD's line runs
-/// at 45 - angle degrees in y-up coordinates. A line has no head, so the angle is kept in
-/// (-90, 90].
-double sliderAngle(double direction) {
-    double angle = std::fmod(45.0 + direction * 180.0 / kPi, 180.0);
-    if (angle <= -90.0)
-        angle += 180.0;
-    if (angle > 90.0)
-        angle -= 180.0;
-    return angle;
-}
-
 /// Scores mapped to confidence 0 and 1, so that kClearBlurConfidence falls halfway. A line needs
 /// more: its search tries far more patterns (every direction), and a picture's straight
 /// structures, or the rows and columns of an enlargement, can imitate a line's zeros. Measured
@@ -451,11 +439,12 @@ BlurEstimate answer(const Candidate& disk, const Candidate& line, KindWanted wan
           (diskConfidence == lineConfidence &&
            disk.score / kDiskCalibration.clear >= line.score / kLineCalibration.clear)));
     if (isDisk)
-        return {BlurKind::OutOfFocus, disk.size, 0.0, diskConfidence};
+        return {{BlurKind::OutOfFocus, disk.size, 0.0, 1.0}, diskConfidence};
     if (!(line.size > 0.0))
-        return {BlurKind::Motion, 0.0, 0.0, 0.0};
-    return {BlurKind::Motion, line.size / std::numbers::sqrt2, sliderAngle(line.direction),
-            lineConfidence};
+        return {{BlurKind::Motion, 0.0, 0.0, 1.0}, 0.0};
+    // The direction is in picture coordinates, y down: counter-clockwise is its negative.
+    const BlurOnPhoto streak{BlurKind::Motion, line.size, -line.direction * 180.0 / kPi, 1.0};
+    return {streak.normalised(), lineConfidence};
 }
 
 } // namespace

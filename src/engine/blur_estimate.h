@@ -1,10 +1,11 @@
 #pragma once
 
+#include "blur.h"
+
 #include <opencv2/core.hpp>
 
 namespace clarovi::engine {
 
-enum class BlurKind { OutOfFocus, Motion };
 enum class KindWanted { Any, OutOfFocus, Motion };
 
 /// Confidence at and above which an estimate counts as a blur found. Over tables of blurred
@@ -14,16 +15,14 @@ enum class KindWanted { Any, OutOfFocus, Motion };
 /// 0.46, sharp, flat and noise pictures at 0.
 inline constexpr double kClearBlurConfidence = 0.5;
 
-/// What blurs a picture, in the units of the PSF sliders.
+/// What blurs a picture, and how sure the estimate is of it.
 struct BlurEstimate {
-    BlurKind kind;
-    double length;     ///< disk diameter, or the motion slider length (the line is length * sqrt 2)
-    double angle;      ///< motion slider angle in degrees, in (-90, 90]; 0 for a disk
+    BlurOnPhoto blur;  ///< a streak's angle in (-90, 90], its width 1 (what a moving point draws)
     double confidence; ///< 0 (no blur found: sharp, flat or pure noise) to 1
 };
 
-/// grey: one-channel 8-bit working picture (longer side 2048). length and angle are the values
-/// that, given to MakePsfD(length, angle, width, false, motion, canvas), draw the blur. wanted
+/// grey: one-channel 8-bit picture of the photograph at its own aspect, longer side kWorkingSide,
+/// so that the blur found is in working pixels. wanted
 /// restricts the answer to one kind of blur. The confidence says how clearly the picture's
 /// spectrum shows the blur's zeros: it stays low for a blur too short for the picture's band
 /// (an enlarged photograph's, say) to show two of them. A flat picture, or one under 64 pixels on

@@ -1,7 +1,5 @@
 #include "zero_fit.h"
 
-#include "blur_shape.h"
-
 #include <algorithm>
 #include <array>
 #include <cmath>
@@ -13,6 +11,9 @@ namespace clarovi::engine {
 namespace {
 
 constexpr double kPi = std::numbers::pi;
+
+constexpr std::array kBesselJ1Zeros{3.8317059702,  7.0155866698,  10.1734681351, 13.3236919363,
+                                    16.4706300509, 19.6158585105, 22.7600843806, 25.9036720876};
 
 /// The side lobes of 2 J1(x) / x peak at the zeros of J2.
 constexpr std::array kBesselJ2Zeros = {5.1356, 8.4172, 11.6198, 14.7960, 17.9598};
@@ -72,6 +73,15 @@ double zeroDepth(const LogProfile& profile, double before, double zero, double a
 }
 
 } // namespace
+
+double besselZero(double nu, int k) {
+    const double beta = (k + 0.5 * nu - 0.25) * kPi;
+    return beta - (4.0 * nu * nu - 1.0) / (8.0 * beta);
+}
+
+double besselJ1Zero(int k) {
+    return k <= int(kBesselJ1Zeros.size()) ? kBesselJ1Zeros[size_t(k - 1)] : besselZero(1, k);
+}
 
 const ZeroPattern kDiskZeros{besselJ1Zero, diskPeak};
 const ZeroPattern kLineZeros{lineZero, linePeak};

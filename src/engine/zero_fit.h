@@ -5,7 +5,16 @@
 
 namespace clarovi::engine {
 
-// Engine-internal: how well the zeros of a blur's transform fit a profile of a log power spectrum.
+// How well the zeros of a blur's transform fit a profile of a log power spectrum; engine-internal
+// but for the zeros themselves, which the spectrum view draws.
+
+/// The k-th zero (k from 1) of the Bessel function J_nu by McMahon's expansion: within 1e-3 from
+/// the third zero on.
+double besselZero(double nu, int k);
+
+/// The k-th zero (k from 1) of the Bessel function J1: a disk of diameter d blurs away the
+/// frequencies on the ring of radius besselJ1Zero(k) / (pi d) cycles per pixel.
+double besselJ1Zero(int k);
 
 /// Where a PSF's transform is zero and where its side lobes peak, in units of pi * size * |f|
 /// for a disk of diameter size (zeros of Bessel's J1) or pi * length * (f . direction) for a line

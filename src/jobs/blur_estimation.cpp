@@ -2,6 +2,7 @@
 
 #include "engine/image_bridge.h"
 #include "engine/welch_power.h"
+#include "slider_ranges.h"
 
 #include <QtConcurrent/QtConcurrentRun>
 #include <opencv2/imgproc.hpp>
@@ -20,17 +21,6 @@ constexpr int kSmallestWindow = 64;
 
 } // namespace
 
-cv::Mat shownGreyPicture(const QImage& sourceImage, QSizeF displaySize) {
-    const cv::Mat grey = engine::CVGrayscaleMat(sourceImage);
-    const cv::Size shown(std::max(1, int(std::lround(displaySize.width()))),
-                         std::max(1, int(std::lround(displaySize.height()))));
-    if (grey.empty() || grey.size() == shown)
-        return grey;
-    cv::Mat picture;
-    cv::resize(grey, picture, shown, 0, 0, cv::INTER_AREA);
-    return picture;
-}
-
 ShownSpectrum pictureSpectrum(const cv::Mat& grey) {
     const int shorter = std::min(grey.rows, grey.cols);
     int side = kSpectrumWindow;
@@ -43,15 +33,14 @@ ShownSpectrum pictureSpectrum(const cv::Mat& grey) {
     return {engine::imageWithCVMat(spectrum.picture), spectrum.maxFrequency};
 }
 
-EstimatedSetting settingOf(const engine::BlurEstimate& estimate, const ControllerState& state) {
-    EstimatedSetting found{estimate, {}, false, false};
-    if (!(estimate.length > 0))
+EstimatedSetting settingOf(const engine::BlurEstimate& estimate) {
+    EstimatedSetting found{estimate, estimate.blur, false, false};
+    if (!(estimate.blur.length > 0))
         return found;
-    const engine::BlurShape shown = engine::shapeOf(estimate.kind, estimate.length, estimate.angle);
-    found.setting = settingFor(shown, state);
     found.clear = estimate.confidence >= engine::kClearBlurConfidence;
-    const double reach = restoredBlurLength(kLengthRange.maximum, RestorationScale::of(state));
-    found.beyondRange = copyPsfOf(shown, state).length > reach;
+    found.beyondRange = estimate.blur.length > kLengthRange.maximum;
+    found.blur.length = std::clamp(estimate.blur.length, double(kLengthRange.minimum),
+                                   double(kLengthRange.maximum));
     return found;
 }
 
@@ -71,17 +60,16 @@ BlurEstimation::~BlurEstimation() {
 }
 
 bool BlurEstimation::start(const ControllerState& state, engine::KindWanted wanted) {
-    if (running() || state.sourceImage.isNull())
+    if (running() || state.analysisGrey.empty())
         return false;
     // The worker gets its own references to what it reads: opening another picture meanwhile
     // replaces the state's, not these.
-    const QImage source = state.sourceImage;
-    const QSizeF shown(state.displayWidth, state.displayHeight);
+    const cv::Mat grey = state.analysisGrey;
     m_running = true;
-    m_watcher.setFuture(QtConcurrent::run([source, shown, wanted] {
+    m_watcher.setFuture(QtConcurrent::run([grey, wanted] {
         Outcome outcome;
         try {
-            outcome.estimate = engine::estimateBlur(shownGreyPicture(source, shown), wanted);
+            outcome.estimate = engine::estimateBlur(grey, wanted);
         } catch (const std::exception& error) {
             outcome.failure = QStringLiteral("The blur estimate failed: %1")
                                   .arg(QString::fromLocal8Bit(error.what()));

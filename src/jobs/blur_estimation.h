@@ -1,6 +1,5 @@
 #pragma once
 
-#include "blur_geometry.h"
 #include "controller_state.h"
 #include "engine/blur_estimate.h"
 #include "window_port.h"
@@ -11,11 +10,6 @@
 
 namespace clarovi::jobs {
 
-/// The grey working picture as the photograph is shown: the square working copy brought back to
-/// the display size (its own aspect ratio, longer side workingSide), where a disk blur is round
-/// and a line keeps its angle. What the blur estimate and the spectrum view read.
-cv::Mat shownGreyPicture(const QImage& sourceImage, QSizeF displaySize);
-
 /// The spectrum view of a grey picture: its averaged log power spectrum cut to the frequencies
 /// that hold signal. An empty picture when the picture is too small to average.
 ShownSpectrum pictureSpectrum(const cv::Mat& grey);
@@ -23,11 +17,11 @@ ShownSpectrum pictureSpectrum(const cv::Mat& grey);
 /// An estimated blur brought to the sliders.
 struct EstimatedSetting {
     engine::BlurEstimate estimate;
-    SliderSetting setting;    ///< the sliders whose restoration undoes it
+    engine::BlurOnPhoto blur; ///< the estimate within the sliders' ranges
     bool clear = false;       ///< confident enough to move the sliders to it
-    bool beyondRange = false; ///< longer than the length slider reaches: setting is its end
+    bool beyondRange = false; ///< longer than the length slider reaches: blur stops at its end
 };
-EstimatedSetting settingOf(const engine::BlurEstimate& estimate, const ControllerState& state);
+EstimatedSetting settingOf(const engine::BlurEstimate& estimate);
 
 /// The estimate of the opened picture's blur, one at a time, off the main thread; its outcome is
 /// reported on the thread that started it.
@@ -38,7 +32,7 @@ class BlurEstimation : public QObject {
     /// Waits for an estimate under way.
     ~BlurEstimation() override;
 
-    /// Starts estimating the blur of the state's working picture, of the kind wanted. Does nothing
+    /// Starts estimating the blur of the state's working copy, of the kind wanted. Does nothing
     /// and returns false while an estimate runs or without a picture.
     bool start(const ControllerState& state, engine::KindWanted wanted);
     /// From start until its outcome has been reported.

@@ -35,15 +35,13 @@ cv::Mat wrap(QImage& picture) {
 }
 
 // Restores the picture's colour planes in place; alpha, the fourth plane, stays as it was.
-bool restorePicture(QImage& picture, const cv::Mat& kernel, const BlurSetting& setting,
-                    const JobControl& control) {
+bool restorePicture(QImage& picture, const Setting& setting, const JobControl& control) {
     cv::Mat pixels = wrap(picture);
     std::vector<cv::Mat> planes;
     cv::split(pixels, planes);
     const bool colour = planes.size() == 4;
     std::vector<cv::Mat> restored(planes.begin(), planes.begin() + (colour ? 3 : 1));
-    const int border = fullSizeBorder(setting, picture.size());
-    if (!restoreFullSize(restored, kernel, setting.mu, border, control))
+    if (!restorePlanes(restored, setting, {engine::workingScale(pixels.size()), 0}, control))
         return false;
     std::copy(restored.begin(), restored.end(), planes.begin());
     cv::merge(planes, pixels);
@@ -69,11 +67,6 @@ ExportResult failed(const QString& message) {
 
 } // namespace
 
-BlurSetting blurSettingOf(const ControllerState& state, float length, double angle, double width,
-                          double mu) {
-    return {state.motionBlur, length, angle, width, mu, state.padParameters(), state.workingSide};
-}
-
 QString exportName(const QString& source, const QString& folder, const QString& extension) {
     return QDir(folder).filePath(QFileInfo(source).completeBaseName() +
                                  QStringLiteral("-restored.") + extension);
@@ -90,14 +83,7 @@ ExportResult exportFullSize(const ExportRequest& request, const JobControl& cont
     if (cancelled(control))
         return {ExportResult::Outcome::Cancelled, {}};
 
-    QString note;
-    const std::optional<cv::Mat> kernel = fullSizeKernel(request.setting, source.image.size());
-    if (!kernel)
-        note = QStringLiteral("At the size of \u201c%1\u201d the blur set is smaller than a pixel: "
-                              "the photograph was written as it is.")
-                   .arg(QFileInfo(request.source).fileName());
-    else if (!restorePicture(source.image, *kernel, request.setting,
-                             stage(control, kReadShare, kRestoreShare)))
+    if (!restorePicture(source.image, request.setting, stage(control, kReadShare, kRestoreShare)))
         return {ExportResult::Outcome::Cancelled, {}};
     if (cancelled(control))
         return {ExportResult::Outcome::Cancelled, {}};
@@ -110,7 +96,7 @@ ExportResult exportFullSize(const ExportRequest& request, const JobControl& cont
         return {ExportResult::Outcome::Cancelled, {}};
     if (control.progress)
         control.progress(1.0);
-    return {ExportResult::Outcome::Written, note};
+    return {ExportResult::Outcome::Written, {}};
 }
 
 } // namespace clarovi::jobs

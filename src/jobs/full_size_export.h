@@ -1,8 +1,8 @@
 #pragma once
 
-#include "controller_state.h"
 #include "export_file.h"
-#include "full_size_restoration.h"
+#include "plane_recipe.h"
+#include "setting.h"
 
 #include <QString>
 
@@ -12,7 +12,7 @@ namespace clarovi::jobs {
 struct ExportRequest {
     QString source;
     QString target;
-    BlurSetting setting;
+    Setting setting;
     ExportOptions options;
 };
 
@@ -23,12 +23,9 @@ struct ExportResult {
     QString message;
 };
 
-/// The blur model and sharpness the controls show, with the state's border rule and working size.
-BlurSetting blurSettingOf(const ControllerState& state, float length, double angle, double width,
-                          double mu);
-
 /// Reads the source at full size, restores it in colour (grey stays grey, alpha is carried over)
-/// with the setting scaled to its size, and writes it with its metadata. A target whose extension
+/// as the window restores its working copy, the blur drawn at the photograph's own scale, and
+/// writes it with its metadata. A target whose extension
 /// names no export format is refused before any work starts; a cancel writes nothing.
 ExportResult exportFullSize(const ExportRequest& request, const JobControl& control = {});
 

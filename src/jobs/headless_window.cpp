@@ -13,10 +13,4 @@ void HeadlessWindow::unlockEverything() {
     ++unlockCount;
 }
 
-void HeadlessWindow::setPsfSliders(float newLength, double newAngle, double newWidth) {
-    length = newLength;
-    angle = newAngle;
-    width = newWidth;
-}
-
 } // namespace clarovi::jobs

@@ -1,17 +1,13 @@
 #pragma once
 
-#include "blur_geometry.h"
-#include "controller_state.h"
 #include "window_port.h"
 
 namespace clarovi::jobs {
 
-/// The PSF view's picture for the sliders at setting: the kernel that the main view's
-/// restoration draws from them, as it lies on the photograph shown (the square copy's stretch
-/// undone, grown as Fixed size grows it), never mirrored, enlarged to fill most of a side x side
-/// picture and brightened so that its brightest pixel is white (black for length 0); with the
-/// blur it undoes on the photograph.
-PsfPicture psfViewOf(const ControllerState& state, const SliderSetting& setting, double width,
-                     bool motion, int side = 256);
+/// The PSF view's picture of blur: the kernel that the full restoration draws for it on the
+/// working copy, as it lies on the photograph (never mirrored), each kernel pixel enlarged to a
+/// block so that it fills most of a side x side picture, brightened so that its brightest pixel
+/// is white; with the blur itself.
+PsfPicture psfViewOf(const engine::BlurOnPhoto& blur, int side = 256);
 
 } // namespace clarovi::jobs

@@ -12,19 +12,15 @@ struct SliderRange {
     bool contains(double value) const { return value >= minimum && value <= maximum; }
 };
 
-/// A setting of the length and angle sliders.
-struct SliderSetting {
-    float length = 0;
-    double angle = 0;
-};
-
-/// The PSF length (disk diameter or line length) in pixels of the 2048-pixel working picture.
+/// A disk's diameter or a streak's length, in working pixels (the photograph brought to 2048
+/// pixels on its longer side).
 inline constexpr SliderRange kLengthRange{1.0f, 100.0f, 10.0f, 0.1f};
-/// The sharpness mu. With these values the border multiplier at length 0 is about 0.99.
+/// The sharpness mu of the Wiener filter: larger is smoother.
 inline constexpr SliderRange kSharpnessRange{0.002f, 0.008f, 0.0035f, 0.00001f};
-/// The motion line's angle in degrees; holds every angle the auto search tries (0 to 328).
-inline constexpr SliderRange kAngleRange{-180.0f, 360.0f, -45.0f, 0.1f};
-/// The motion line's width in pixels.
-inline constexpr SliderRange kWidthRange{0.1f, 5.0f, 0.2f, 0.01f};
+/// A streak's direction, degrees counter-clockwise from horizontal: 0 horizontal, 90 vertical. A
+/// streak has no head, so these hold every direction once (-90 and 90 are the same one).
+inline constexpr SliderRange kAngleRange{-90.0f, 90.0f, 0.0f, 0.1f};
+/// A streak's thickness in working pixels; under a pixel it is a one-pixel line.
+inline constexpr SliderRange kWidthRange{0.1f, 5.0f, 1.0f, 0.01f};
 
 } // namespace clarovi::jobs

@@ -29,12 +29,12 @@ struct FakeAutoWindow : AutoWindowPort {
     void showSearchFailure(const QString& why) override { failure = why; }
 };
 
-QImage quickThumbnail(double, double) {
+QImage quickThumbnail(const clarovi::engine::BlurOnPhoto&) {
     QThread::msleep(1); // long enough for a cancel to land mid-run
     return QImage(4, 3, QImage::Format_Grayscale8);
 }
 
-QImage failingThumbnail(double, double) {
+QImage failingThumbnail(const clarovi::engine::BlurOnPhoto&) {
     throw std::runtime_error("no memory left");
 }
 
@@ -49,29 +49,31 @@ class AutoRunTest : public ::testing::Test {
     AutoRun run{opened.state, window, quickThumbnail};
 };
 
+clarovi::jobs::Setting settingOf(bool motion) {
+    clarovi::jobs::Setting setting;
+    setting.blur.kind =
+        motion ? clarovi::engine::BlurKind::Motion : clarovi::engine::BlurKind::OutOfFocus;
+    return setting;
+}
+
 } // namespace
 
-TEST_F(AutoRunTest, ACompletedRunShowsEveryStepThenTheGalleryAndAppliesItsOutcome) {
-    // motion, updates, PROGRESS lines, last progress, and the outcome's lengthEnd and angle.
-    using Kind = std::tuple<bool, int, int, double, int, double>;
-    for (const auto& [motion, updateCount, progressLines, lastProgress, lengthEnd, angle] :
-         {Kind{false, 41, 41, 1.0, 42, -45}, Kind{true, 42, 0, 41.0 / 42, 91, 328}}) {
+TEST_F(AutoRunTest, ACompletedRunShowsEveryStepThenTheGallery) {
+    // motion, updates and PROGRESS lines.
+    for (const auto& [motion, updateCount, progressLines] :
+         {std::tuple{false, 41, 41}, std::tuple{true, 42, 0}}) {
         SCOPED_TRACE(motion);
-        opened.state.motionBlur = motion;
         window.galleries = 0;
         LogCapture log;
         QSignalSpy updates(&run, &AutoRun::updated);
         run.autoRequested = true;
-        run.MainWrapper();
+        run.MainWrapper(settingOf(motion));
         ASSERT_TRUE(waitFor([&] { return window.galleries == 1; }, 60000));
         EXPECT_EQ(updates.count(), updateCount);
         EXPECT_EQ(log.count("PROGRESS"), progressLines);
-        EXPECT_NEAR(window.progress, lastProgress, 1e-6);
+        EXPECT_NEAR(window.progress, 1.0, 1e-6);
         EXPECT_FALSE(run.autoRequested);
         EXPECT_EQ(Data::getInstance().arrayOfData.size(), size_t(updateCount * (motion ? 23 : 1)));
-        EXPECT_TRUE(opened.state.autoSilent);
-        EXPECT_EQ(opened.state.autoCounters.lengthEnd, lengthEnd);
-        EXPECT_DOUBLE_EQ(opened.state.currentAngle, angle);
     }
 
     // Ticks without a pick change nothing; the tick after a pick applies it once.
@@ -85,23 +87,20 @@ TEST_F(AutoRunTest, ACompletedRunShowsEveryStepThenTheGalleryAndAppliesItsOutcom
     Data::getInstance().toPut = false;
 }
 
-TEST_F(AutoRunTest, ACancelledOrFailedRunLeavesTheStateAndTheResultsAsBefore) {
-    opened.state.motionBlur = true;
-    const QImage active = opened.state.activeImage;
-    const double angle = opened.state.currentAngle;
+TEST_F(AutoRunTest, ACancelledOrFailedRunLeavesTheResultsAsBefore) {
     Data::getInstance().arrayOfData.assign(1, AutoResult{});
     QSignalSpy cancelled(&run, &AutoRun::cancelled);
     QSignalSpy failed(&run, &AutoRun::failed);
     QSignalSpy updates(&run, &AutoRun::updated);
 
-    run.MainWrapper();
+    run.MainWrapper(settingOf(true));
     ASSERT_TRUE(waitFor([&] { return updates.count() >= 1; }));
     run.cancel();
     ASSERT_TRUE(waitFor([&] { return cancelled.count() == 1; }));
     EXPECT_TRUE(window.failure.isEmpty());
 
     run.setRestoration(failingThumbnail);
-    run.MainWrapper();
+    run.MainWrapper(settingOf(true));
     ASSERT_TRUE(waitFor([&] { return failed.count() == 1; }));
     EXPECT_TRUE(window.failure.contains("no memory left")) << window.failure.toStdString();
     EXPECT_EQ(cancelled.count(), 1);
@@ -109,24 +108,20 @@ TEST_F(AutoRunTest, ACancelledOrFailedRunLeavesTheStateAndTheResultsAsBefore) {
     EXPECT_FALSE(window.overlay || run.searching());
     EXPECT_EQ(window.galleries, 0);
     EXPECT_EQ(Data::getInstance().arrayOfData.size(), 1u);
-    EXPECT_EQ(std::tuple(opened.state.activeImage, opened.state.currentAngle,
-                         opened.state.autoCounters.lengthEnd, opened.state.autoSilent),
-              std::tuple(active, angle, 42, false));
     Data::getInstance().arrayOfData.clear();
 
     // Left under way: destroying it must stop the search before the state it reads goes.
     run.setRestoration(quickThumbnail);
-    run.MainWrapper();
+    run.MainWrapper(settingOf(true));
     ASSERT_TRUE(waitFor([&] { return updates.count() >= 2; }));
 }
 
 // An estimate of the mode's kind centres the search on it; one of the other kind is left aside.
 TEST_F(AutoRunTest, AnEstimateOfTheModesKindCentresTheSearch) {
-    opened.state.estimate = clarovi::jobs::shownBlurOf({24, 30}, true, opened.state);
+    opened.state.estimate = {clarovi::engine::BlurKind::Motion, 24, 30, 1};
     for (const bool motion : {true, false}) {
-        opened.state.motionBlur = motion;
         window.galleries = 0;
-        run.MainWrapper();
+        run.MainWrapper(settingOf(motion));
         ASSERT_TRUE(waitFor([&] { return window.galleries == 1; }));
         EXPECT_EQ(Data::getInstance().arrayOfData.size(), motion ? 15u * 13 : 41u);
     }

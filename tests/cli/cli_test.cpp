@@ -20,9 +20,9 @@ CliParseResult parse(QStringList arguments) {
     return clarovi::app::parseCliOptions(arguments);
 }
 
-// motion, rgb, tiled, length, angle, width, sharpness
+// motion, rgb, live, length, angle, width, sharpness
 auto valuesOf(const clarovi::app::CliOptions& o) {
-    return std::tuple(o.motion, o.rgb, o.tiled, o.length, o.angle, o.width, o.sharpness);
+    return std::tuple(o.motion, o.rgb, o.live, o.length, o.angle, o.width, o.sharpness);
 }
 
 } // namespace
@@ -36,12 +36,12 @@ TEST(CliOptions, StartsAtTheSliderValuesAndReadsEveryOption) {
                                       std::nullopt, jobs::kSharpnessRange.initial));
 
     // Every option, each at one end of its range; then the other ends.
-    const CliParseResult all = parse({"--motion", "--length", "1", "--angle", "360", "--width", "5",
+    const CliParseResult all = parse({"--motion", "--length", "1", "--angle", "90", "--width", "5",
                                       "--sharpness=0.002", "--rgb", "in.jpg", "out"});
     ASSERT_EQ(all.outcome, Outcome::Run) << all.message.toStdString();
-    EXPECT_EQ(valuesOf(all.options), std::tuple(true, true, false, std::optional(1.0f), 360.0f,
+    EXPECT_EQ(valuesOf(all.options), std::tuple(true, true, false, std::optional(1.0f), 90.0f,
                                                 std::optional(5.0f), 0.002f));
-    for (const char* end : {"--length=100", "--angle=-180", "--width=0.1", "--sharpness=0.008"})
+    for (const char* end : {"--length=100", "--angle=-90", "--width=0.1", "--sharpness=0.008"})
         EXPECT_EQ(parse({end, "a", "b"}).outcome, Outcome::Run) << end;
     EXPECT_EQ(parse({"--help"}).outcome, Outcome::Help);
 }
@@ -55,11 +55,12 @@ TEST(CliOptions, RefusesWithAReason) {
         {{"--width", "nan", "a", "b"}, "--width expects a number"},
         {{"a", "b", "c"}, "expected INPUT and OUTPUT, got 3"},
         {{"--auto", "dir"}, "expected INPUT, got 0"},
-        {{"--tiled", "--rgb", "a", "b"}, "--tiled goes with"},
+        {{"--live", "--rgb", "a", "b"}, "--live goes with"},
+        {{"--angle", "120", "a", "b"}, "--angle 120 is outside -90 to 90"},
         {{"--depth", "16", "a", "b"}, "--depth, --quality, --format and --out-dir go with"},
         {{"--full-size", "--depth", "12", "a", "b"}, "--depth expects 8 or 16"},
         {{"--full-size", "--out-dir", "d", "--format", "gif", "a"}, "--format expects png"},
-        {{"--full-size", "--tiled", "a", "b"}, "--full-size goes with neither"},
+        {{"--full-size", "--live", "a", "b"}, "--full-size goes with neither"},
         {{"--estimate", "--focus", "--motion", "a"}, "--focus and --motion exclude each other"},
         {{"--focus", "a", "b"}, "--focus goes with --estimate or --around-estimate"},
         {{"--around-estimate", "a", "b"}, "--around-estimate goes with --auto"},
@@ -103,11 +104,12 @@ class CliRunTest : public ::testing::Test {
 
 } // namespace
 
+// The sample is 600 x 400: restored at its own size, which the working and live copies keep.
 TEST_F(CliRunTest, RestoresTheSampleInGreyInColourAndAsTheLivePreview) {
     const std::tuple<QStringList, QSize, bool> cases[] = {
-        {{}, {2048, 1365}, true},
-        {{"--rgb"}, {2048, 1365}, false},
-        {{"--tiled", "--length", "30"}, {1024, 682}, true}};
+        {{}, {600, 400}, true},
+        {{"--rgb"}, {600, 400}, false},
+        {{"--live", "--length", "30"}, {600, 400}, true}};
     for (const auto& [options, size, grey] : cases) {
         const CliRun run = runCli(options + QStringList{kSample, path("out.png")});
         ASSERT_EQ(run.exitCode, 0) << run.errors.toStdString();
@@ -128,8 +130,8 @@ TEST_F(CliRunTest, AFailedSearchLeavesNoFolderBehind) {
     EXPECT_FALSE(QFileInfo::exists(path("made")));
 }
 
-// Over the grid, or around the blur found in the picture: every thumbnail and their index, whose
-// label column holds what a pick would set the length slider to.
+// Over the grid, or around the blur found in the picture: every thumbnail and their index, with
+// the blur each undoes.
 TEST_F(CliRunTest, WritesEveryThumbnailOfTheSearchAndTheirIndex) {
     const CliRun run = runCli({"--auto", path("search"), kSample});
     ASSERT_EQ(run.exitCode, 0) << run.errors.toStdString();
@@ -138,8 +140,8 @@ TEST_F(CliRunTest, WritesEveryThumbnailOfTheSearchAndTheirIndex) {
     ASSERT_TRUE(index.open(QIODevice::ReadOnly));
     const QList<QByteArray> rows = index.readAll().trimmed().split('\n');
     ASSERT_EQ(rows.size(), 42);
-    EXPECT_EQ(rows[0], "index,searched length,label length,angle,score");
-    EXPECT_TRUE(rows[1].startsWith("0,1,1.2,-45,") && rows[41].startsWith("40,41,46.9,-45,"))
+    EXPECT_EQ(rows[0], "index,kind,length,angle,score");
+    EXPECT_TRUE(rows[1].startsWith("0,focus,2,0,") && rows[41].startsWith("40,focus,82,0,"))
         << rows[1].toStdString() << ' ' << rows[41].toStdString();
     EXPECT_EQ(QImage(path("search/0040.png"), "PNG").size(), QSize(512, 341));
 
@@ -161,13 +163,13 @@ TEST_F(CliRunTest, EstimatesTheBlurAndRestoresWithIt) {
     ASSERT_EQ(printed.output.count('\n'), 1);
     ASSERT_EQ(words.size(), 3) << printed.output.toStdString();
     EXPECT_EQ(words[0], "focus");
-    EXPECT_NEAR(words[1].toDouble(), 20.0, 2.0) << "the disk of 24 on the picture";
+    EXPECT_NEAR(words[1].toDouble(), 23.9, 2.0) << "the disk of 7 pixels at 600, 23.9 at 2048";
     EXPECT_GT(words[2].toDouble(), clarovi::engine::kClearBlurConfidence);
 
     const CliRun restored = runCli({"--estimate", "--focus", kSample, path("out.png")});
     EXPECT_EQ(restored.exitCode, 0) << restored.errors.toStdString();
     EXPECT_EQ(restored.output, printed.output);
-    EXPECT_EQ(QImage(path("out.png")).size(), QSize(2048, 1365));
+    EXPECT_EQ(QImage(path("out.png")).size(), QSize(600, 400));
 }
 
 // A batch goes on past a photograph that fails, writes the others at their own size and ends

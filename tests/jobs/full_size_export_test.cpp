@@ -1,10 +1,17 @@
 #include "jobs/full_size_export.h"
 
+#include "common/scenes.h"
+#include "engine/image_bridge.h"
+#include "engine/psf.h"
+#include "job_fixtures.h"
+
 #include <QFileInfo>
 #include <QImage>
 #include <QTemporaryDir>
 #include <gtest/gtest.h>
+#include <opencv2/imgproc.hpp>
 
+using namespace clarovi;
 using namespace clarovi::jobs;
 
 namespace {
@@ -20,8 +27,24 @@ QString picture(const QTemporaryDir& dir, QSize size, QImage::Format format) {
     return path;
 }
 
-BlurSetting disk(float length) {
-    return {false, length, 0, 0.2, 0.0035, {length, 0.0035f, 0.002f, 0.008f}, 2048};
+Setting disk(double diameter) {
+    return {{engine::BlurKind::OutOfFocus, diameter, 0, 1}, kSharpnessRange.initial};
+}
+
+/// A colour photograph of size, blurred on the photograph (at its own scale) as setting says,
+/// with noise of a grey level, saved in dir.
+QString blurredPhotograph(const QTemporaryDir& dir, cv::Size size, const Setting& setting) {
+    std::vector<cv::Mat> colours;
+    for (int c = 0; c < 3; ++c)
+        colours.push_back(clarovi::testing::deadLeaves(size, size.area() / 400, 11 + c, 150));
+    cv::Mat photo;
+    cv::merge(colours, photo);
+    const cv::Mat kernel = engine::MakePsfD(setting.blur, engine::workingScale(size));
+    photo = clarovi::testing::blurredWithNoise(photo, kernel, 1.0);
+    cv::cvtColor(photo, photo, cv::COLOR_BGR2RGB);
+    const QString path = dir.filePath(QStringLiteral("photo-%1.png").arg(size.width));
+    engine::imageWithCVMat(photo).save(path);
+    return path;
 }
 
 } // namespace
@@ -47,9 +70,9 @@ TEST(FullSizeExport, WritesThePhotographAtItsOwnSizeAndDepth) {
     }
 }
 
-// Refused before any work (no source is even read), cancelled before writing, or written as it
-// is when the blur is below a pixel at the photograph's size: each says so, none half writes.
-TEST(FullSizeExport, RefusesCancelsAndSaysWhenThereIsNothingToRestore) {
+// Refused before any work (no source is even read), or cancelled before writing: each says so,
+// none half writes.
+TEST(FullSizeExport, RefusesAndCancelsWithoutWriting) {
     QTemporaryDir dir;
     const ExportResult refused =
         exportFullSize({"missing.png", dir.filePath("out.gif"), disk(9), {}});
@@ -59,9 +82,46 @@ TEST(FullSizeExport, RefusesCancelsAndSaysWhenThereIsNothingToRestore) {
         exportFullSize({source, dir.filePath("out.png"), disk(9), {}}, {{}, [] { return true; }});
     EXPECT_EQ(cancelled.outcome, ExportResult::Outcome::Cancelled);
     EXPECT_FALSE(QFileInfo::exists(dir.filePath("out.png")));
-    const ExportResult tiny = exportFullSize({source, dir.filePath("out.png"), disk(1), {}});
-    EXPECT_EQ(tiny.outcome, ExportResult::Outcome::Written);
-    EXPECT_TRUE(tiny.message.contains("smaller than a pixel")) << tiny.message.toStdString();
-    EXPECT_EQ(QImage(dir.filePath("out.png")).convertToFormat(QImage::Format_ARGB32),
-              QImage(source).convertToFormat(QImage::Format_ARGB32));
 }
+
+struct AgreementCase {
+    cv::Size photo;
+    Setting setting;
+};
+
+class ExportAgainstPreview : public ::testing::TestWithParam<AgreementCase> {};
+
+// What the user takes home is what the window showed: the export, brought to the window's
+// working size and to grey, agrees with the window's grey preview, for photographs larger than
+// the working size (restored in tiles at their own scale) and smaller (restored as they are).
+TEST_P(ExportAgainstPreview, AgreesWithTheWindowsPreview) {
+    const auto& [size, setting] = GetParam();
+    QTemporaryDir dir;
+    const QString source = blurredPhotograph(dir, size, setting);
+    clarovi::testing::OpenedPicture opened{QImage(source)};
+    opened.jobs.auxTrueNoMultithread(setting);
+    const cv::Mat preview = engine::CVGrayscaleMat(opened.window.shown);
+
+    const QString target = dir.filePath("export.png");
+    ASSERT_EQ(exportFullSize({source, target, setting, {}}).outcome,
+              ExportResult::Outcome::Written);
+    const QImage exported(target);
+    const cv::Mat brought =
+        engine::CVGrayscaleMat(engine::imageWithImage(exported, opened.state.sourceImage.size()));
+    ASSERT_EQ(brought.size(), preview.size());
+    EXPECT_GT(clarovi::testing::psnr(brought, preview), 33.0);
+}
+
+std::string caseName(const ::testing::TestParamInfo<AgreementCase>& info) {
+    const auto& [size, setting] = info.param;
+    return (setting.motion() ? "streak" : "disk") + std::to_string(size.width) + "x" +
+           std::to_string(size.height);
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Photographs, ExportAgainstPreview,
+    ::testing::Values(AgreementCase{{2400, 1500}, disk(24)},
+                      AgreementCase{{2400, 1500}, {{engine::BlurKind::Motion, 30, 20, 1}, 0.0035}},
+                      AgreementCase{{1200, 1800}, disk(16)},
+                      AgreementCase{{600, 400}, {{engine::BlurKind::Motion, 24, -60, 1}, 0.0035}}),
+    caseName);

@@ -1,152 +1,158 @@
 #include "job_fixtures.h"
 
+#include "common/scenes.h"
 #include "engine/psf.h"
 
 #include <gtest/gtest.h>
 #include <opencv2/imgproc.hpp>
 
-#include <functional>
+#include <limits>
 
 using clarovi::testing::OpenedPicture;
 using clarovi::testing::scenePicture;
 namespace engine = clarovi::engine;
+namespace jobs = clarovi::jobs;
 
 namespace {
 
-// Mean gradient magnitude over the central half of a picture: edges count, flat areas do not.
-double sharpness(const QImage& picture) {
-    const cv::Mat grey = engine::CVGrayscaleMat(picture);
-    const cv::Mat centre =
-        grey(cv::Rect(grey.cols / 4, grey.rows / 4, grey.cols / 2, grey.rows / 2));
-    cv::Mat dx, dy, magnitude;
-    cv::Sobel(centre, dx, CV_32F, 1, 0);
-    cv::Sobel(centre, dy, CV_32F, 0, 1);
-    cv::magnitude(dx, dy, magnitude);
-    return cv::mean(magnitude)[0];
+jobs::Setting disk(double diameter) {
+    return {{engine::BlurKind::OutOfFocus, diameter, 0, 1}, jobs::kSharpnessRange.initial};
 }
 
-// Opens sharp blurred by the PSF that a release of the length slider at 24 draws; returns the
-// blurred picture.
-QImage openBlurred(OpenedPicture& opened, const QImage& sharp) {
-    opened.window.length = 24;
-    opened.state.eventLength = 24;
-    opened.jobs.MakeMyPSFinitial();
-    const cv::Mat kernel = *engine::normalizedKernel(engine::CVGrayscaleMat(opened.state.psfImage));
-    cv::Mat blurred;
-    cv::filter2D(engine::CVMat(sharp), blurred, -1, kernel, {-1, -1}, 0, cv::BORDER_REPLICATE);
-    cv::cvtColor(blurred, blurred, cv::COLOR_BGRA2RGBA);
-    opened.state.installPicture(engine::imageWithCVMat(blurred));
-    return opened.state.sourceImage;
+jobs::Setting streak(double length, double angle) {
+    return {{engine::BlurKind::Motion, length, angle, 1}, jobs::kSharpnessRange.initial};
+}
+
+// Kernels drawn on their own, 16 times finer and reduced, so that the truth a restoration is
+// measured against owes nothing to the program's drawing. cv::circle and cv::line take sixteenths
+// of a fine pixel; the kernel's centre pixel is fine pixel 16 c + 7.5.
+constexpr int kFine = 16;
+
+cv::Mat reducedKernel(const cv::Mat& fine, int side) {
+    cv::Mat kernel;
+    cv::resize(fine, kernel, {side, side}, 0, 0, cv::INTER_AREA);
+    return kernel / cv::sum(kernel)[0];
+}
+
+cv::Mat trueDisk(double diameter) {
+    const int side = 2 * int(diameter / 2 + 2) + 1;
+    const int centre = cvRound((kFine * (side / 2) + 7.5) * 16);
+    cv::Mat fine(kFine * side, kFine * side, CV_32F, cv::Scalar(0));
+    cv::circle(fine, {centre, centre}, cvRound(diameter / 2 * kFine * 16), cv::Scalar(1),
+               cv::FILLED, cv::LINE_AA, 4);
+    return reducedKernel(fine, side);
+}
+
+cv::Mat trueStreak(double length, double angle) {
+    const int side = 2 * int(length / 2 + 2) + 1;
+    const double centre = kFine * (side / 2) + 7.5, t = angle * CV_PI / 180;
+    const cv::Point2d half(0.5 * length * kFine * std::cos(t), -0.5 * length * kFine * std::sin(t));
+    const auto at = [](cv::Point2d p) { return cv::Point(cvRound(p.x * 16), cvRound(p.y * 16)); };
+    cv::Mat fine(kFine * side, kFine * side, CV_32F, cv::Scalar(0));
+    cv::line(fine, at(cv::Point2d(centre, centre) - half), at(cv::Point2d(centre, centre) + half),
+             cv::Scalar(1), kFine, cv::LINE_AA, 4);
+    return reducedKernel(fine, side);
+}
+
+/// PSNR of a restoration against the sharp picture, away from the frame.
+double centreQuality(const QImage& restored, const cv::Mat& sharp) {
+    const cv::Mat grey = engine::CVGrayscaleMat(restored);
+    const cv::Rect centre(sharp.cols / 8, sharp.rows / 8, sharp.cols * 3 / 4, sharp.rows * 3 / 4);
+    return clarovi::testing::psnr(grey(centre), sharp(centre));
 }
 
 } // namespace
 
-// A full run restores the working plane locked, a quick one (a drag step) the preview copy
-// unlocked.
-TEST(PreviewJob, RestoresTheWorkingPlaneLockedAndTheQuickCopyUnlocked) {
-    for (const bool quick : {false, true}) {
-        SCOPED_TRACE(quick);
-        OpenedPicture opened(scenePicture(800, 600));
-        opened.state.autoSilent = quick;
-        if (quick)
-            opened.state.activeImage = opened.state.previewSourceImage;
-        opened.jobs.auxTrueNoMultithread();
-        EXPECT_EQ(opened.state.resultImage.size(), quick ? QSize(1024, 1024) : QSize(2048, 2048));
-        EXPECT_EQ(opened.state.jobImage, opened.state.activeImage);
-        const int runs = quick ? 0 : 1;
-        EXPECT_EQ(std::pair(opened.window.lockCount, opened.window.unlockCount),
-                  std::pair(runs, runs));
+// The full preview restores the working copy (brought down to 2048, never enlarged) locked; a
+// drag step the live copy (1024) unlocked.
+TEST(PreviewJob, RestoresTheWorkingCopyLockedAndTheLiveCopyUnlocked) {
+    using Case = std::tuple<QSize, QSize, QSize>; // photograph, working copy, live copy
+    for (const auto& [photo, working, live] :
+         {Case{{3000, 2000}, {2048, 1365}, {1024, 683}}, Case{{800, 600}, {800, 600}, {800, 600}},
+          Case{{2049, 1}, {2048, 1}, {1024, 1}}}) {
+        SCOPED_TRACE(photo.width());
+        OpenedPicture opened(scenePicture(photo.width(), photo.height()));
+        opened.jobs.auxTrueNoMultithread(disk(10));
+        EXPECT_EQ(opened.window.shown.size(), working);
+        EXPECT_EQ(std::pair(opened.window.lockCount, opened.window.unlockCount), std::pair(1, 1));
+        EXPECT_EQ(opened.window.settings, QStringLiteral("Ø 10.0"));
+        opened.jobs.dragPreview(streak(12, 30));
+        EXPECT_EQ(opened.window.shown.size(), live);
+        EXPECT_EQ(opened.window.lockCount, 1);
+        EXPECT_EQ(opened.window.settings, QStringLiteral("12.0 px at 30.0°, width 1.0"));
         EXPECT_TRUE(opened.window.errors.isEmpty());
-        if (!quick) {
-            EXPECT_EQ(opened.window.shown.size(), QSize(2048, 1536));
-            EXPECT_EQ(opened.window.settings, QStringLiteral(" Ø: 10.0 ⟷ 0.2"));
+    }
+}
+
+// A photograph blurred by a known circular disk, or by a known streak at a known angle, comes
+// back best at that disk or streak: the sliders mean the blur on the photograph, in pixels of
+// the photograph brought to 2048, whatever its own size (here 1280 x 800).
+TEST(PreviewJob, RestoresBestAtTheBlurOnThePhotograph) {
+    const double scale = 1280.0 / engine::kWorkingSide;
+    const cv::Mat sharp = clarovi::testing::deadLeaves({1280, 800}, 6000, 3, 120);
+    struct Case {
+        cv::Mat kernel;
+        std::vector<jobs::Setting> grid;
+        size_t truth;
+    };
+    const Case cases[] = {
+        {trueDisk(20 * scale), {disk(16), disk(18), disk(20), disk(22), disk(24)}, 2},
+        {trueStreak(24 * scale, 30),
+         {streak(24, 30), streak(20, 30), streak(28, 30), streak(24, 24), streak(24, 36),
+          streak(24, -30)},
+         0}};
+    for (const Case& c : cases) {
+        const cv::Mat blurred = clarovi::testing::blurredWithNoise(sharp, c.kernel, 1.0);
+        OpenedPicture opened(engine::imageWithCVMat(blurred));
+        std::vector<double> quality;
+        for (const jobs::Setting& setting : c.grid) {
+            opened.jobs.auxTrueNoMultithread(setting);
+            quality.push_back(centreQuality(opened.window.shown, sharp));
         }
+        SCOPED_TRACE(::testing::PrintToString(quality));
+        EXPECT_EQ(size_t(std::max_element(quality.begin(), quality.end()) - quality.begin()),
+                  c.truth);
+        EXPECT_GT(quality[c.truth], clarovi::testing::psnr(blurred, sharp) + 1.0);
     }
 }
 
-// Both restorations sharpen a blurred scene, the fixed-size one at least twofold. Without the fixed
-// size the padded plane is restored at its own size, which the transform is not fast at; it must
-// come out as well as the fixed-size restoration, with nothing of its border.
-TEST(PreviewJob, WithoutFixedSizeRestoresAsWellAsWithIt) {
-    const QImage sharp = scenePicture(2048, 2048);
-    OpenedPicture opened(sharp);
-    const double blurred = sharpness(openBlurred(opened, sharp));
-    const cv::Mat expected = engine::CVGrayscaleMat(sharp);
-    const cv::Rect centre(512, 512, 1024, 1024);
-    double error[2] = {};
-    for (const bool fixedSize : {true, false}) {
-        SCOPED_TRACE(fixedSize);
-        opened.state.keepAspect = fixedSize;
-        opened.jobs.auxTrueNoMultithread();
-        EXPECT_GT(sharpness(opened.state.resultImage), (fixedSize ? 2.0 : 1.5) * blurred);
-        const cv::Mat restored = engine::CVGrayscaleMat(opened.state.resultImage);
-        ASSERT_EQ(restored.size(), expected.size());
-        error[fixedSize] = cv::norm(restored(centre), expected(centre), cv::NORM_L2) /
-                           std::sqrt(double(centre.area()));
-    }
-    EXPECT_LE(error[false], error[true])
-        << "fixed size " << error[true] << " padded " << error[false];
-}
-
-// A picture thinner than one pixel at display scale still shows, a pixel thick, in the preview and
-// the live preview alike.
-TEST(PreviewJob, APanoramaOnePixelHighShowsAPixelHigh) {
-    OpenedPicture opened(scenePicture(2049, 1));
-    opened.jobs.auxTrueNoMultithread();
-    EXPECT_EQ(opened.window.shown.size(), QSize(2048, 1));
-    opened.jobs.dragStep();
-    EXPECT_EQ(opened.window.shown.size(), QSize(1024, 1));
-    EXPECT_TRUE(opened.window.errors.isEmpty());
-}
-
-// A black PSF, nothing shown, or a PSF that cannot be centred in the picture: nothing is restored,
-// what is shown stays and the controls come back; only the last is reported.
+// Nothing shown, or a setting that cannot be drawn: nothing is restored, what is shown stays and
+// the controls come back; only the failure is reported.
 TEST(PreviewJob, WhatCannotBeRestoredKeepsWhatIsShownAndUnlocks) {
-    using Spoil = std::function<void(OpenedPicture&)>;
-    const std::tuple<const char*, Spoil, qsizetype> cases[] = {
-        {"black PSF after a run",
-         [](OpenedPicture& o) {
-             o.jobs.auxTrueNoMultithread();
-             o.state.psfImage = o.state.MakePsfD(0, 0, 0.2, false);
-         },
-         0},
-        {"nothing shown", [](OpenedPicture& o) { o.window.shown = QImage(); }, 0},
-        {"PSF larger than the picture",
-         [](OpenedPicture& o) {
-             o.state.keepAspect = false;
-             o.state.activeImage = QImage(5000, 5000, QImage::Format_RGB32);
-             o.state.psfImage = o.state.MakePsfD(10, 0, 0.2, false);
-             o.state.activeImage = o.state.sourceImage;
-         },
-         1}};
-    for (const auto& [name, spoil, errors] : cases) {
-        SCOPED_TRACE(name);
+    const double nan = std::numeric_limits<double>::quiet_NaN();
+    for (const bool shown : {false, true}) {
+        SCOPED_TRACE(shown);
         OpenedPicture opened(scenePicture(600, 400));
-        spoil(opened);
-        const QImage shown = opened.window.shown, result = opened.state.resultImage;
-        opened.jobs.auxTrueNoMultithread();
-        EXPECT_EQ(opened.window.shown, shown);
-        EXPECT_EQ(opened.state.resultImage.cacheKey(), result.cacheKey());
-        EXPECT_EQ(opened.window.errors.size(), errors);
+        if (!shown)
+            opened.window.shown = QImage();
+        const QImage before = opened.window.shown;
+        opened.jobs.auxTrueNoMultithread(disk(nan));
+        opened.jobs.auxFalse(disk(nan));
+        EXPECT_EQ(opened.window.shown.cacheKey(), before.cacheKey());
+        EXPECT_EQ(opened.window.errors.size(), shown ? 2 : 0);
         EXPECT_FALSE(opened.window.locked);
     }
 }
 
-// The spectrum of the picture as shown, whatever Fixed size says, cut to the frequencies with
-// signal: an enlarged photograph has none near the top.
-TEST(SpectrumJob, ShowsThePicturesOwnSpectrumAndClearsItWithoutAPicture) {
-    OpenedPicture opened(scenePicture(600, 400));
-    for (const bool keepAspect : {true, false}) {
-        opened.state.keepAspect = keepAspect;
-        opened.jobs.spectrumCalculation();
-        const auto& [picture, band] = opened.window.spectrum;
-        EXPECT_TRUE(!picture.isNull() && picture.width() == picture.height()) << keepAspect;
-        EXPECT_TRUE(band > 0.05 && band < 0.4) << band;
-        EXPECT_EQ(opened.state.spectrumImage, picture);
-    }
-    EXPECT_EQ(std::pair(opened.window.lockCount, opened.window.locked), std::pair(2, false));
+// The colour restoration restores each colour as the grey one restores grey.
+TEST(ColourJob, RestoresEachColourAsTheGreyPlane) {
+    OpenedPicture opened(scenePicture(700, 500));
+    opened.jobs.auxFalse(disk(14));
+    const QImage colour = opened.window.shown;
+    opened.jobs.auxTrueNoMultithread(disk(14));
+    const cv::Mat grey = engine::CVGrayscaleMat(opened.window.shown);
+    EXPECT_FALSE(colour.isGrayscale());
+    EXPECT_GT(clarovi::testing::psnr(engine::CVGrayscaleMat(colour), grey), 40.0);
+}
 
-    opened.window.shown = QImage();
+// The spectrum of the photograph at the working scale, cut to the frequencies with signal: an
+// enlarged photograph has none near the top.
+TEST(SpectrumJob, ShowsThePhotographsOwnSpectrum) {
+    OpenedPicture opened(scenePicture(600, 400));
     opened.jobs.spectrumCalculation();
-    EXPECT_TRUE(opened.window.spectrum.picture.isNull());
+    const auto& [picture, band] = opened.window.spectrum;
+    EXPECT_TRUE(!picture.isNull() && picture.width() == picture.height());
+    EXPECT_TRUE(band > 0.05 && band < 0.4) << band;
+    EXPECT_EQ(opened.state.spectrumImage, picture);
+    EXPECT_EQ(std::pair(opened.window.lockCount, opened.window.locked), std::pair(1, false));
 }

@@ -1,0 +1,34 @@
+#pragma once
+
+#include <opencv2/core.hpp>
+
+namespace clarovi::engine {
+
+enum class BlurKind { OutOfFocus, Motion };
+
+/// The longer side, in pixels, of the photograph as every blur is measured on it: a blur's
+/// lengths are in pixels of the photograph brought to this size ("working pixels"), whatever
+/// size the photograph has and whatever copy of it is restored.
+inline constexpr int kWorkingSide = 2048;
+
+/// How many pixels of a copy of the photograph one working pixel is: the copy's longer side over
+/// kWorkingSide (0.5 for the 1024-pixel preview copy, 3 for a 6144 x 4096 photograph).
+double workingScale(cv::Size copy);
+
+/// A blur as it lies on the photograph, in working pixels, whichever way the photograph is shaped.
+struct BlurOnPhoto {
+    BlurKind kind = BlurKind::OutOfFocus;
+    double length = 0; ///< a disk's diameter, or a streak's length from end to end
+    double angle = 0;  ///< a streak's direction, degrees counter-clockwise from horizontal
+    double width = 1;  ///< a streak's thickness
+
+    /// The streak from one end to the other in picture coordinates (x right, y down); for a disk,
+    /// its diameter on both axes.
+    cv::Point2d extent() const;
+    /// The same streak with its angle in (-90, 90]: a streak has no head, so angle and
+    /// angle + 180 are one blur. A disk's angle is 0.
+    BlurOnPhoto normalised() const;
+    bool operator==(const BlurOnPhoto&) const = default;
+};
+
+} // namespace clarovi::engine

@@ -1,0 +1,25 @@
+#pragma once
+
+#include "engine/blur.h"
+#include "slider_ranges.h"
+
+#include <QString>
+
+namespace clarovi::jobs {
+
+/// What the controls say at one event: the blur on the photograph and the sharpness. Taken from
+/// them once and handed to the jobs that the event starts, so that a job never reads a control
+/// that has moved on since.
+struct Setting {
+    engine::BlurOnPhoto blur{engine::BlurKind::OutOfFocus, kLengthRange.initial,
+                             kAngleRange.initial, kWidthRange.initial};
+    double sharpness = kSharpnessRange.initial;
+
+    bool motion() const { return blur.kind == engine::BlurKind::Motion; }
+    bool operator==(const Setting&) const = default;
+};
+
+/// The settings label: "Ø 24.0" for a disk, "24.0 px at 30.0°, width 1.0" for a streak.
+QString settingsLabel(const Setting& setting);
+
+} // namespace clarovi::jobs
