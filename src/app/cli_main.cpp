@@ -35,19 +35,17 @@ jobs::Setting settingOf(const app::CliOptions& options) {
     const engine::BlurKind kind =
         options.motion ? engine::BlurKind::Motion : engine::BlurKind::OutOfFocus;
     return {{kind, options.lengthOrInitial(), options.angle, options.widthOrInitial()},
-            options.sharpness};
+            options.sharpness,
+            options.rgb};
 }
 
-// The first computations of a fresh picture, then the colour restoration when asked for; or
-// the live preview of one drag step of the length slider.
+// The first computations of a fresh picture, in colour when asked for; or the live preview of
+// one drag step of the length slider.
 void restore(const app::CliOptions& options, jobs::ControlSequences& sequences) {
-    if (options.live) {
+    if (options.live)
         sequences.LengthNew(false);
-        return;
-    }
-    sequences.showFirstRestoration();
-    if (options.rgb)
-        sequences.colorize();
+    else
+        sequences.showFirstRestoration();
 }
 
 // The automatic search of the window's auto button, without the window: over the grid, or
@@ -131,8 +129,6 @@ int runEstimate(const app::CliOptions& options, jobs::ControllerState& state,
         return runSearch(options, state, setting, found.blur);
     }
     sequences.applyEstimate(found);
-    if (options.rgb)
-        sequences.colorize();
     return saveShown(window, options.output);
 }
 
@@ -197,7 +193,7 @@ int run(const app::CliOptions& options) {
     jobs::RestorationJobs restorations(state, window);
     jobs::ControlSequences sequences(state, window, restorations);
     sequences.setUpDefaults();
-    sequences.pickImg(loaded.image);
+    sequences.pickImg(loaded.image, window.controls);
     if (options.estimate || options.aroundEstimate)
         return runEstimate(options, state, window, sequences);
     if (!options.autoDir.isEmpty())

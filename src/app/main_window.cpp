@@ -292,7 +292,7 @@ jobs::Setting MainWindow::setting() const {
                                    m_panel->psfCountD->floatValue(),
                                    m_panel->psfAngle->floatValue(),
                                    m_panel->anglewidth->floatValue()};
-    return {blur, m_panel->muSlider->floatValue()};
+    return {blur, m_panel->muSlider->floatValue(), m_panel->rgbBtn->isChecked()};
 }
 
 // A disk leaves the angle and width sliders where they were, ready for motion mode.
@@ -304,6 +304,7 @@ void MainWindow::showSetting(const jobs::Setting& setting) {
         m_panel->anglewidth->setFloatValue(float(setting.blur.width));
     }
     m_panel->muSlider->setFloatValue(float(setting.sharpness));
+    m_panel->rgbBtn->setChecked(setting.colour);
 }
 
 void MainWindow::lockEverything() {
@@ -495,7 +496,7 @@ bool MainWindow::setImageInputForPictureTaker(const QString& path) {
     }
     m_settings.setValue(QLatin1String(kOpenFolderKey), QFileInfo(path).absolutePath());
     m_recent.add(path);
-    m_sequences.pickImg(picture.image);
+    m_sequences.pickImg(picture.image, setting());
     m_inputShown = img01->image();
     m_inputGrey = {};
     // 100 % is a pixel of the photograph, whichever copy of it the view shows.

@@ -133,8 +133,10 @@ void SidePanel::addButtons(QVBoxLayout* column) {
     exportBtn = addButton(tr("Export…"), "exportBtn",
                           tr("Restore the whole photograph at its own size, in colour, and write "
                              "it with its metadata (Ctrl+Shift+E)"));
-    rgbBtn = addButton(QStringLiteral("RGB"), "rgbBtn",
-                       tr("Restore in colour with the current settings (Ctrl+R)"));
+    rgbBtn = addButton(tr("Colour"), "rgbBtn",
+                       tr("On: every full restoration is in colour; off: grey (Ctrl+R). The live "
+                          "preview while a slider is dragged stays grey."));
+    rgbBtn->setCheckable(true);
     autobtn = addButton(tr("Auto"), "autobtn",
                         tr("Restore many settings and pick the best from a gallery (A): around the "
                            "estimated blur once Estimate has found one, otherwise over a coarse "

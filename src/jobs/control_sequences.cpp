@@ -5,6 +5,26 @@
 
 namespace clarovi::jobs {
 
+/// One step of the history: from one setting restored in full to the next. Pushed once the new
+/// one has been restored, so that its first redo does nothing.
+class ControlSequences::Applied : public QUndoCommand {
+  public:
+    Applied(ControlSequences& sequences, const Setting& before, const Setting& after)
+        : QUndoCommand(settingsLabel(after)), m_sequences(sequences), m_before(before),
+          m_after(after) {}
+    void undo() override { m_sequences.showAndRestore(m_before); }
+    void redo() override {
+        if (m_done)
+            m_sequences.showAndRestore(m_after);
+        m_done = true;
+    }
+
+  private:
+    ControlSequences& m_sequences;
+    Setting m_before, m_after;
+    bool m_done = false;
+};
+
 ControlSequences::ControlSequences(ControllerState& state, WindowPort& window,
                                    RestorationJobs& jobs)
     : m_state(state), m_window(window), m_jobs(jobs) {
@@ -20,9 +40,14 @@ void ControlSequences::showPsfView() {
     m_window.showPsf(psfViewOf(m_window.setting().blur));
 }
 
-void ControlSequences::pickImg(const QImage& photo) {
+void ControlSequences::pickImg(const QImage& photo, const Setting& start) {
     m_releaseSettled.stop();
+    if (m_restored)
+        m_previous = m_restored;
+    m_restored.reset();
+    m_history.clear();
     m_state.installPicture(photo);
+    m_window.showSetting(start);
     m_window.showResult(m_state.sourceImage);
     showPsfView();
 }
@@ -32,8 +57,8 @@ void ControlSequences::showFirstRestoration() {
         return;
     m_window.lockEverything();
     m_jobs.spectrumCalculation();
-    m_jobs.auxTrueNoMultithread(m_window.setting());
     m_state.freshImage = false;
+    release(0);
 }
 
 // Each move while the mouse holds a slider runs the live preview of the reduced copy; the
@@ -71,27 +96,40 @@ void ControlSequences::release(double restoreAfter) {
     m_releaseSettled.start(int(restoreAfter * 1000));
 }
 
+// The pending setting restored and, when it differs from the last one, recorded.
 void ControlSequences::restorePending() {
-    m_jobs.auxTrueNoMultithread(m_pending);
+    const Setting setting = m_pending;
+    restore(setting);
+    if (m_restored && *m_restored != setting)
+        m_history.push(new Applied(*this, *m_restored, setting));
+    m_restored = setting;
 }
 
-void ControlSequences::movedSwitch() {
-    release(0);
+void ControlSequences::restore(const Setting& setting) {
+    if (setting.colour)
+        m_jobs.auxFalse(setting);
+    else
+        m_jobs.auxTrueNoMultithread(setting);
 }
 
-void ControlSequences::colorize() {
-    m_jobs.auxFalse(m_window.setting());
+// Undo and redo: the controls go back to the setting and it is restored, without a new step.
+void ControlSequences::showAndRestore(const Setting& setting) {
+    m_releaseSettled.stop();
+    m_window.showSetting(setting);
+    m_window.lockEverything();
+    m_window.showSettings(settingsLabel(setting));
+    m_window.showPsf(psfViewOf(setting.blur));
+    m_jobs.setSpect();
+    restore(setting);
+    m_restored = setting;
 }
 
 // The picked setting is the thumbnail's, sharpness included, so that the main view restores as
-// the thumbnail did; in colour, as the gallery shows what a pick brings.
-void ControlSequences::applyPick(const Setting& picked) {
-    m_releaseSettled.stop();
+// the thumbnail did; colour stays as the controls have it.
+void ControlSequences::applyPick(Setting picked) {
+    picked.colour = m_window.setting().colour;
     m_window.showSetting(picked);
-    m_window.showSettings(settingsLabel(picked));
-    m_window.showPsf(psfViewOf(picked.blur));
-    m_jobs.setSpect();
-    m_jobs.auxFalse(picked);
+    release(0);
 }
 
 // As a release of the length slider at the estimate, restoring at once.
@@ -100,6 +138,13 @@ void ControlSequences::applyEstimate(const EstimatedSetting& found) {
     setting.blur = found.blur;
     m_window.showSetting(setting);
     m_state.estimate = found.estimate.blur;
+    release(0);
+}
+
+void ControlSequences::applyPrevious() {
+    if (!m_previous)
+        return;
+    m_window.showSetting(*m_previous);
     release(0);
 }
 

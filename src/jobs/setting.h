@@ -7,13 +7,14 @@
 
 namespace clarovi::jobs {
 
-/// What the controls say at one event: the blur on the photograph and the sharpness. Taken from
-/// them once and handed to the jobs that the event starts, so that a job never reads a control
-/// that has moved on since.
+/// What the controls say at one event: the blur on the photograph, the sharpness and whether the
+/// full restorations are in colour. Taken from them once and handed to the jobs that the event
+/// starts, so that a job never reads a control that has moved on since.
 struct Setting {
     engine::BlurOnPhoto blur{engine::BlurKind::OutOfFocus, kLengthRange.initial,
                              kAngleRange.initial, kWidthRange.initial};
     double sharpness = kSharpnessRange.initial;
+    bool colour = false; ///< full restorations in colour; the live preview stays grey
 
     bool motion() const { return blur.kind == engine::BlurKind::Motion; }
     bool operator==(const Setting&) const = default;

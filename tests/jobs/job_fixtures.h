@@ -36,7 +36,7 @@ struct OpenedPicture {
 
     explicit OpenedPicture(const QImage& photo) {
         sequences.setUpDefaults();
-        sequences.pickImg(photo);
+        sequences.pickImg(photo, window.controls);
     }
 };
 
