@@ -54,12 +54,13 @@ using clarovi::testing::waitFor;
 /// so no restoration is still pending. Whether that happened within limitMs.
 inline bool waitUntilSettled(app::MainWindow& window, int quietMs = 1500, int limitMs = 60000) {
     const auto* title = window.findChild<QLabel*>(QStringLiteral("maintitle"));
-    auto seen = std::make_pair(title->text(), window.shownImage().cacheKey());
+    const auto* view = window.findChild<app::ImageView*>(QStringLiteral("img01"));
+    auto seen = std::make_pair(title->text(), view->image().cacheKey());
     QElapsedTimer quiet;
     quiet.start();
     return waitFor(
         [&] {
-            const auto now = std::make_pair(title->text(), window.shownImage().cacheKey());
+            const auto now = std::make_pair(title->text(), view->image().cacheKey());
             if (now != seen) {
                 seen = now;
                 quiet.restart();

@@ -3,7 +3,6 @@
 #include "auto/auto_search.h"
 #include "engine/log.h"
 
-#include <QApplication>
 #include <QCheckBox>
 #include <QCloseEvent>
 #include <QHBoxLayout>
@@ -78,8 +77,7 @@ void LabelItem::paint(QPainter* painter, const QStyleOptionViewItem& option,
     painter->restore();
 }
 
-AutoViewController::AutoViewController(QWidget* parent)
-    : QWidget(parent, Qt::Window), m_terminate([] { QApplication::quit(); }) {
+AutoViewController::AutoViewController(QWidget* parent) : QWidget(parent, Qt::Window) {
     setObjectName(QStringLiteral("loadingWindow"));
     setWindowTitle(tr("Clarovi: pick the best restoration"));
     setAttribute(Qt::WA_StyledBackground);
@@ -97,9 +95,9 @@ AutoViewController::AutoViewController(QWidget* parent)
     m_colView->setVerticalScrollMode(QAbstractItemView::ScrollPerPixel);
     m_colView->setItemDelegate(new LabelItem(m_colView));
     m_colView->setModel(&m_model);
-    connect(m_colView, &QListView::clicked, this, &AutoViewController::pick);
-    m_colView->setToolTip(tr("Click the restoration that looks best: its setting goes to the "
-                             "sliders and is restored in colour"));
+    connect(m_colView, &QListView::activated, this, &AutoViewController::pick);
+    m_colView->setToolTip(tr("Double-click the restoration that looks best (or choose it and "
+                             "press Enter): its setting goes to the sliders and is restored"));
 
     auto* sort = new QCheckBox(tr("Sort by score"), this);
     sort->setObjectName(QStringLiteral("sortByScore"));
@@ -112,16 +110,19 @@ AutoViewController::AutoViewController(QWidget* parent)
 
     auto* keep = new QPushButton(tr("Keep current settings"), this);
     keep->setObjectName(QStringLiteral("keepBtn"));
-    keep->setToolTip(tr("Close the gallery and keep the settings you had"));
-    connect(keep, &QPushButton::clicked, this, [this] {
-        m_keep = true;
-        close();
-    });
+    keep->setToolTip(tr("Close the gallery and keep the settings you had (Esc)"));
+    keep->setShortcut(QKeySequence::Cancel);
+    connect(keep, &QPushButton::clicked, this, &QWidget::close);
+    auto* use = new QPushButton(tr("Use this setting"), this);
+    use->setObjectName(QStringLiteral("pickBtn"));
+    use->setToolTip(tr("Apply the chosen restoration's setting to the photograph (Enter)"));
+    connect(use, &QPushButton::clicked, this, [this] { pick(m_colView->currentIndex()); });
 
     auto* buttons = new QHBoxLayout;
     buttons->addWidget(sort);
     buttons->addStretch();
     buttons->addWidget(keep);
+    buttons->addWidget(use);
     auto* layout = new QVBoxLayout(this);
     layout->addWidget(m_colView);
     layout->addLayout(buttons);
@@ -162,13 +163,14 @@ void AutoViewController::pick(const QModelIndex& index) {
     close();
 }
 
+// However it closes without a pick, the settings stay as they were.
 void AutoViewController::closeEvent(QCloseEvent* event) {
     logLine("TERMINATE");
     event->accept();
-    if (m_keep)
+    if (m_pickMade)
+        emit picked();
+    else
         emit keepCurrentSettings();
-    else if (!m_pickMade)
-        m_terminate();
     emit closed();
 }
 

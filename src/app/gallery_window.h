@@ -5,8 +5,6 @@
 #include <QStyledItemDelegate>
 #include <QWidget>
 
-#include <functional>
-
 class QListView;
 
 namespace clarovi::app {
@@ -26,21 +24,19 @@ class LabelItem : public QStyledItemDelegate {
     mutable QSet<int> m_made; // tiles painted at least once
 };
 
-/// The results gallery: every thumbnail of the latest search with its label, opened on the
-/// best-scoring one, which is marked; "Sort by score" puts the best first. A click picks that
-/// setting and closes the gallery; "Keep current settings" closes it without a pick; closing it
-/// any other way without a pick quits the application.
+/// The results gallery: every thumbnail of the latest search with its label and score, opened on
+/// the best-scoring one, which is marked and chosen; "Sort by score" puts the best first. A
+/// click chooses a tile; a double click, Enter or "Use this setting" picks the chosen one and
+/// closes the gallery. "Keep current settings", Escape or closing the window in any other way
+/// keeps the settings the window had.
 class AutoViewController : public QWidget {
     Q_OBJECT
   public:
     explicit AutoViewController(QWidget* parent = nullptr);
 
-    /// What closing without a pick does; quits the application unless replaced.
-    void setTerminator(std::function<void()> terminate) { m_terminate = std::move(terminate); }
-    QListView* colView() const { return m_colView; }
-    bool pickMade() const { return m_pickMade; }
-
   signals:
+    /// The chosen tile's setting is in Data, waiting to be applied.
+    void picked();
     void keepCurrentSettings();
     /// The gallery has closed, with a pick or without.
     void closed();
@@ -58,9 +54,7 @@ class AutoViewController : public QWidget {
     autosearch::GalleryModel m_model;
     QListView* m_colView = nullptr;
     bool m_pickMade = false;
-    bool m_keep = false;
     bool m_shownOnce = false;
-    std::function<void()> m_terminate;
 };
 
 } // namespace clarovi::app

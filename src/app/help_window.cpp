@@ -6,6 +6,7 @@
 #include <QLabel>
 #include <QPalette>
 #include <QPushButton>
+#include <QScreen>
 #include <QScrollArea>
 #include <QTimer>
 #include <QVBoxLayout>
@@ -14,75 +15,65 @@ namespace clarovi::app {
 
 namespace {
 
-// The paragraphs follow one another with nothing in between: the text is the 21 paragraphs.
-constexpr char kHelpHtml[] =
-    "<p><font face=\"Helvetica\" style=\"font-size:20px\">Clarovi is a professional tool that lets "
-    "you remove the blur from the majority of photos. Please follow this introduction carefully "
-    "since the app is not easy to use.</font></p>"
-    "<p><font face=\"Helvetica\" style=\"font-size:16px\">This app can remove or reduce two kinds "
-    "of blur:</font></p>"
-    "<p><font face=\"Helvetica\" style=\"font-size:16px\">- Out of Focus Blur;</font></p>"
-    "<p><font face=\"Helvetica\" style=\"font-size:16px\">- Motion Blur;</font></p>"
-    "<p><font face=\"Helvetica\" align=\"center\" style=\"font-size:20px\">Out of Focus "
-    "Blur</font></p>"
-    "<p><font face=\"Helvetica\" style=\"font-size:16px\">Working with this kind of blur is easy, "
-    "just set the PSF Length/Diameter. Increase it or decrease it, as soon as you start seeing the "
-    "details on the image proceed slowly in order to find the best value. After that just set the "
-    "sharpness as you prefer. To find the Diameter you can help yourself with the Spectrum, try "
-    "resizing the PSF to the same size of the dot at the center of the Spectrum.</font></p>"
-    "<p><font face=\"Helvetica\" align=\"center\" style=\"font-size:20px\">Save</font></p>"
-    "<p><font face=\"Helvetica\" align=\"center\" style=\"font-size:16px\">You can save the image "
-    "as Grayscale just by tapping on Save, or you can get the RGB version by tapping on the RGB "
-    "button.</font></p>"
-    "<p><font face=\"Helvetica\" align=\"center\" style=\"font-size:20px\">Motion Blur</font></p>"
-    "<p><font face=\"Helvetica\" align=\"center\" style=\"font-size:16px\">Removing or reducing "
-    "the Motion Blur is much more difficult than removing the O.F. Blur. This time you will have "
-    "to turn on the Motion Blur mode, click on the round button on your left.</font></p>"
-    "<p><font face=\"Helvetica\" align=\"center\" style=\"font-size:16px\">PSF Angle and PSF Width "
-    "controls will now be enabled.</font></p>"
-    "<p><font face=\"Helvetica\" align=\"center\" style=\"font-size:20px\">What is the PSF "
-    "Angle?</font></p>"
-    "<p><font face=\"Helvetica\" align=\"center\" style=\"font-size:16px\">If you look carefully "
-    "at your image you will see that the blur has an angle, this is the angle you should try to "
-    "reach.</font></p>"
-    "<p><font face=\"Helvetica\" align=\"center\" style=\"font-size:20px\">What is the PSF "
-    "Length?</font></p>"
-    "<p><font face=\"Helvetica\" align=\"center\" style=\"font-size:16px\">After you have "
-    "identified the blur angle you will have to try different lengths. In few words this is the "
-    "blur strength.</font></p>"
-    "<p><font face=\"Helvetica\" align=\"center\" style=\"font-size:20px\">Is the PSF Width "
-    "needed?</font></p>"
-    "<p><font face=\"Helvetica\" align=\"center\" style=\"font-size:16px\">You will need it in "
-    "rare cases. Leave it at 0.2 as default or try different values to see if the image "
-    "improves.</font></p>"
-    "<p><font face=\"Helvetica\" align=\"center\" style=\"font-size:20px\">Additional "
-    "tips</font></p>"
-    "<p><font face=\"Helvetica\" align=\"center\" style=\"font-size:16px\">Be patient, when "
-    "working on certain kinds of images it might be hard to restore them. The computation speed "
-    "depends on your device speed. Sometimes computation might be slow, don't worry, the app is "
-    "calculating, it didn't freeze.Check the Spectrum, try to keep the PSF angle and length "
-    "similar to it! The algorithm can restore almost all the images affected by these two kinds of "
-    "blur, however some images cannot be restored if there is too much blur, if there is too much "
-    "noise or if the motion trajectory is complex. Multiple subjects in one image might have "
-    "different blur angles and lengths. You cannot deblur all of them at the same time, you will "
-    "have to repeat the process for every subject. If you are trying to deblur a particular object "
-    "in your image you should crop your image, putting that object at the center. Doing this will "
-    "increase the deblur quality.</font></p>"
-    "<p><font face=\"Helvetica\" align=\"center\" style=\"font-size:20px\">Auto Mode</font></p>"
-    "<p><font face=\"Helvetica\" align=\"center\" style=\"font-size:16px\">Please keep in mind "
-    "that Auto Mode gives you some of the possible restorations of your image, however manual "
-    "settings will always be more precise. Sometimes Auto Mode could even not find a good "
-    "restoration, in these cases you will have to adjust the image manually. Remember that images "
-    "affected by severe blur can't be restored completely! To enable the Auto Mode just click on "
-    "the Auto Button. You will be shown different restored images, select the best and wait for it "
-    "to be loaded. You can now save it or tweak it as you like.</font></p>";
+// Room for the window manager's title bar and borders, which the window's own size leaves out.
+const QSize kFrameAllowance(16, 48);
 
-// Qt's HTML reader ignores align on a font element, so the text view gets the alignment moved to
-// the paragraph that holds it; helpHtml() itself stays the text as written.
-QString htmlForQtText(QString html) {
-    return html.replace(QStringLiteral("<p><font face=\"Helvetica\" align=\"center\""),
-                        QStringLiteral("<p align=\"center\"><font face=\"Helvetica\""));
-}
+// What the program does and how, control by control, as the window shows it.
+constexpr char kHelpHtml[] = R"(
+<h2>Clarovi</h2>
+<p>Clarovi removes or reduces the blur in a photograph: the blur of a lens out of focus, which
+spreads every point into a small disk, and the blur of a camera or subject that moved, which
+spreads every point along a streak. You set the blur (or let Clarovi find it), the preview
+follows, and you save the whole photograph restored, at its own size and in colour.</p>
+
+<h3>Open a photograph</h3>
+<p><b>Open…</b> (Ctrl+O), drop a file on the window, or choose one from <b>File ▸ Open
+Recent</b>: PNG, JPEG, TIFF, BMP, WebP or GIF, up to 100 megapixels. A new photograph starts
+from the default setting, or from the blur Clarovi finds in it when it finds one clearly; the
+status bar offers the previous photograph's setting if you want it.</p>
+
+<h3>Find the blur</h3>
+<p><b>Estimate</b> (Ctrl+E) looks for the blur in the photograph and moves the controls to it.
+Its arrow chooses what to look for: any blur, out of focus only, or motion only; the button
+says which.</p>
+
+<h3>Set the blur by hand</h3>
+<p><b>Out of focus</b>: set <b>PSF Length / Diameter</b> to the diameter of the blur disk.
+<b>Motion blur</b> (the round <b>M</b> button in the panel, or the M key): the length is the
+streak's length, <b>PSF Angle</b> its direction in degrees counter-clockwise from horizontal
+(0 horizontal, 90 vertical, 45 rising to the right) and <b>PSF Width</b> its thickness.
+Lengths are in pixels of the photograph brought to 2048 pixels on its longer side, whatever
+its own size. While you drag a slider a quick preview follows; a second after you let go the
+full preview replaces it. Each setting has a box for an exact value and takes the arrow keys.</p>
+<p><b>Sharpness</b> trades detail against noise: lower is smoother, higher is crisper.</p>
+<p>The <b>PSF</b> view shows the blur the restoration undoes, enlarged as its corner says. The
+<b>Spectrum</b> view shows the photograph's frequencies: a blur leaves dark rings (out of focus)
+or stripes (motion) there, and the coloured rings or lines are where the controls' blur puts
+them; when they lie on the dark ones, the setting is right. Click it to enlarge it.</p>
+
+<h3>Colour, undo and compare</h3>
+<p><b>Colour</b> (Ctrl+R) is a switch: while it is on, every full restoration is in colour;
+the quick preview during a drag stays grey. <b>Edit ▸ Undo</b> (Ctrl+Z) and <b>Redo</b>
+(Ctrl+Shift+Z) step through the settings you applied. Hold <b>Compare</b> or Space to see the
+photograph before restoration at the same place.</p>
+
+<h3>Search automatically</h3>
+<p><b>Auto</b> (A) restores a small copy of the photograph at many settings, around the blur
+found by Estimate or over a coarse grid, and shows them in a gallery, the best-scoring one
+marked. Double-click a restoration (or choose it and press Enter, or <b>Use this setting</b>) to
+apply its setting. <b>Keep current settings</b>, Esc or closing the gallery keeps yours.</p>
+
+<h3>Save</h3>
+<p><b>Save As…</b> (Ctrl+Shift+S, or <b>Export…</b>) restores the whole photograph at its own
+size, in colour, with the setting the window shows, and writes it as PNG, TIFF or JPEG (you
+choose the format, the JPEG quality and the bits per channel) with its metadata and colour
+profile. <b>Save Preview…</b> (Ctrl+S) writes the picture the window shows, as PNG.</p>
+
+<h3>View</h3>
+<p>The wheel zooms about the cursor, as do + and -; 0 fits the photograph to the window and 1
+shows it at 100 %, one pixel of the photograph per screen pixel. Drag to move. A double click
+switches between the two. F1 opens this help.</p>
+)";
 
 // Light text on dark grey, for the window and everything in it.
 QPalette helpPalette(QPalette palette) {
@@ -96,13 +87,14 @@ QPalette helpPalette(QPalette palette) {
 } // namespace
 
 QString helpHtml() {
-    return QString::fromLatin1(kHelpHtml);
+    return QString::fromUtf8(kHelpHtml);
 }
 
 HowToViewC::HowToViewC(QWidget* owner) : QWidget(owner, Qt::Window) {
+    setObjectName(QStringLiteral("helpWindow"));
     setWindowTitle(QStringLiteral("Clarovi Help"));
-    resize(640, 720);
     viewDidLoad();
+    fitToScreen();
 
     auto* closeAction = new QAction(this);
     QList<QKeySequence> closeKeys = QKeySequence::keyBindings(QKeySequence::Close);
@@ -133,20 +125,26 @@ bool HowToViewC::eventFilter(QObject* watched, QEvent* event) {
     return QWidget::eventFilter(watched, event);
 }
 
+// 640 x 720 where the screen has room; never taller than the screen leaves for it.
+void HowToViewC::fitToScreen() {
+    const QRect available = screen()->availableGeometry();
+    resize(QSize(640, 720).boundedTo(available.size() - kFrameAllowance));
+}
+
 void HowToViewC::viewDidLoad() {
     setPalette(helpPalette(palette()));
     setAutoFillBackground(true);
 
-    txtV = new QLabel(this);
+    auto* txtV = new QLabel(this);
     txtV->setObjectName(QStringLiteral("txtV"));
     txtV->setTextFormat(Qt::RichText);
     txtV->setWordWrap(true);
     txtV->setTextInteractionFlags(Qt::TextSelectableByMouse);
     txtV->setAlignment(Qt::AlignTop | Qt::AlignLeft);
     txtV->setContentsMargins(16, 8, 16, 8);
-    txtV->setText(htmlForQtText(helpHtml()));
+    txtV->setText(helpHtml());
 
-    textV = new QScrollArea(this);
+    auto* textV = new QScrollArea(this);
     textV->setObjectName(QStringLiteral("textV"));
     textV->setFrameShape(QFrame::NoFrame);
     textV->setWidgetResizable(true);

@@ -3,19 +3,14 @@
 #include <QString>
 #include <QWidget>
 
-class QLabel;
-class QScrollArea;
-
 namespace clarovi::app {
 
-/// The fixed help text: 21 paragraphs, each one Helvetica font element, 20 px for the opening
-/// line and the titles and 16 px for the body; the centred ones carry align="center" on their
-/// font element. Plain ASCII.
+/// The help text: what the program does, control by control, with its shortcuts (HTML).
 QString helpHtml();
 
 /// The help window: the help text, light on dark grey, in a scroll area, and a Close button; Esc
 /// and the platform's Close keys (Ctrl+W) close it too. It opens on the first start and from the
-/// Help menu; closing it leaves the main window running.
+/// Help menu, no larger than the screen; closing it leaves the main window running.
 ///
 /// It is always a window of its own, never modal. Given an owner, the window manager keeps it above
 /// the owner (it is the owner's transient), and the owner deletes it.
@@ -28,14 +23,12 @@ class HowToViewC : public QWidget {
     /// yet, this happens as soon as the owner appears, so that the owner does not cover it.
     void showInFront();
 
-    QScrollArea* textV = nullptr; ///< the scroll area that holds the text
-    QLabel* txtV = nullptr;       ///< the read-only rich text itself
-
   protected:
     bool eventFilter(QObject* watched, QEvent* event) override;
 
   private:
     void viewDidLoad();
+    void fitToScreen();
     QWidget* closeRow();
 };
 

@@ -1,24 +1,25 @@
 #pragma once
 
 #include "auto/auto_run.h"
+#include "export_dialog.h"
 #include "image_view.h"
+#include "jobs/activity_board.h"
 #include "jobs/blur_estimation.h"
 #include "jobs/control_sequences.h"
 #include "jobs/controller_state.h"
-#include "jobs/full_size_export.h"
+#include "jobs/export_run.h"
 #include "jobs/restoration_jobs.h"
 #include "jobs/window_port.h"
 #include "recent_files.h"
 #include "side_panel.h"
 
-#include <QFutureWatcher>
 #include <QMainWindow>
 #include <QPointer>
 #include <QTimer>
 
-#include <atomic>
 #include <functional>
 #include <memory>
+#include <optional>
 
 class QLabel;
 class QMenu;
@@ -30,43 +31,35 @@ namespace clarovi::app {
 class AutoOverlay;
 class AutoViewController;
 class HowToViewC;
+class SpectrumWindow;
 
 /// The one main window: the result with its zoom and compare, the side panel of controls, the
 /// menus and the status bar. Its controls start the control sequences, which reach it back
-/// through the WindowPort it implements; an auto run reaches it through the AutoWindowPort.
+/// through the WindowPort it implements; an auto run reaches it through the AutoWindowPort. What
+/// is running is on its activity board, which the panel, the menus, the status bar and the
+/// overlay follow.
 class MainWindow : public QMainWindow, public jobs::WindowPort, public autosearch::AutoWindowPort {
     Q_OBJECT
   public:
     /// Asks for a file to open, or a path to save to starting from the proposed one; an empty
     /// string means cancelled.
     using FileChooser = std::function<QString(const QString& proposed)>;
+    /// Asks where and how to save the full-size restoration; nothing means cancelled.
+    using ExportChooser = std::function<std::optional<ExportChoice>(const ExportChoice& proposed)>;
     /// Tells the user that something failed.
     using MessageSink = std::function<void(const QString&)>;
 
-    /// settings holds the first-start marker, the recent files, the folders and the window's
-    /// geometry; the window does not own it.
-    explicit MainWindow(QSettings& settings, QWidget* parent = nullptr);
+    /// settings holds the first-start marker, the recent files, the folders, the last mode,
+    /// sharpness and colour choice, and the window's geometry; the window does not own it.
+    /// thumbnails replaces the automatic search's restoration when given.
+    explicit MainWindow(QSettings& settings, autosearch::Restoration thumbnails = {},
+                        QWidget* parent = nullptr);
     ~MainWindow() override;
 
     void setOpenFileChooser(FileChooser chooser) { m_openChooser = std::move(chooser); }
     void setSaveFileChooser(FileChooser chooser) { m_saveChooser = std::move(chooser); }
-    void setExportFileChooser(FileChooser chooser) { m_exportChooser = std::move(chooser); }
+    void setExportFileChooser(ExportChooser chooser) { m_exportChooser = std::move(chooser); }
     void setMessageSink(MessageSink sink) { m_messageSink = std::move(sink); }
-    /// What closing the gallery without a pick does; quits the application unless replaced.
-    void setGalleryTerminator(std::function<void()> terminate) {
-        m_galleryTerminator = std::move(terminate);
-    }
-
-    jobs::ControllerState& state() { return m_state; }
-    jobs::RestorationJobs& restorationJobs() { return m_jobs; }
-    jobs::ControlSequences& sequences() { return m_sequences; }
-    HowToViewC* helpWindow() const { return m_helpController.get(); }
-    AutoViewController* gallery() const { return m_loadingController.get(); }
-    autosearch::AutoRun& autoRun() { return m_autoRun; }
-    ImageView* view() const { return img01; }
-    const RecentFiles& recentFiles() const { return m_recent; }
-    /// The picture the result view shows; what Save writes.
-    const QImage& shownImage() const { return img01->image(); }
 
     // WindowPort
     jobs::Setting setting() const override;
@@ -81,42 +74,29 @@ class MainWindow : public QMainWindow, public jobs::WindowPort, public autosearc
     void showSpectrum(const jobs::ShownSpectrum& spectrum) override;
     void reportError(const QString& message) override;
 
-    // Opening and saving.
+    // AutoWindowPort
+    void showProgress(double fraction, const QString& text) override;
+    void showCv() override;
+    void AppearActions() override;
+    void showSearchFailure(const QString& why) override;
+
+    // The window's commands, as its menus and buttons give them.
     void pickIt();
     /// Opens the picture at path; a file that cannot be opened is refused with a message and
     /// everything shown stays as it was.
     bool setImageInputForPictureTaker(const QString& path);
+    /// Save Preview: writes the picture the view shows, as PNG.
     void SaveImage();
-    /// Restores the opened photograph at its own size and writes it, off the main thread behind
-    /// a progress dialog; the controls stay locked meanwhile.
+    /// Save As: restores the photograph at its own size and writes it, off the main thread
+    /// behind a progress dialog.
     void exportFullSize();
-    bool exporting() const { return m_exportWatcher.isRunning(); }
     void showHelp();
-
     /// Looks for the blur in the opened picture off the main thread; once found, the mode and the
     /// sliders move to it and the preview restores, or the status bar says none was found.
     void estimateBlur(engine::KindWanted wanted);
-    bool estimating() const { return m_estimation.running(); }
-    /// The spectrum enlarged in a window of its own, with the zeros of the sliders' blur.
-    void showSpectrumWindow();
-    SpectrumPreview* spectrumWindowView() const { return m_spectrumWindowView; }
-
-    void autoBtn() { m_autoRun.MainWrapper(setting()); }
+    void autoBtn();
     /// Asks for an auto run as soon as the next picture is open.
     void automatizateIt() { m_autoRun.automatizateIt(); }
-
-    // AutoWindowPort
-    void showOverlay(bool shown) override;
-    void showProgress(double fraction) override;
-    void showProgressText(const QString& text) override;
-    void showCv() override;
-    void AppearActions() override;
-    void showSearchFailure(const QString& why) override {
-        showOverlay(false);
-        reportError(why);
-    }
-
-    void auxUnlock();
 
   protected:
     void closeEvent(QCloseEvent* event) override;
@@ -125,49 +105,60 @@ class MainWindow : public QMainWindow, public jobs::WindowPort, public autosearc
     bool eventFilter(QObject* watched, QEvent* event) override;
 
   private:
-    void buildMenus();
+    // main_window.cpp: building, opening, the activity shown.
     void buildStatusBar();
     void connectPanel();
     void connectField(SliderField* field, void (jobs::ControlSequences::*handler)(bool));
     void settingEdited();
-    void viewDidLoad();
+    void showActivity();
     void showFirstStartHelp();
-    void movedSwitch(bool motion);
-    void muSliderChange();
-    void applyPick();
+    jobs::Setting startSetting() const;
+    void rememberSetting() const;
     void setComparing(bool comparing);
     void rememberWindow();
     void showOpenedFile(const QString& path, const QSize& originalSize);
+    void offerPreviousSetting();
+    void showNote(const QString& text);
+    // main_window_menus.cpp: the menus and their actions.
+    void buildMenus();
+    QMenu* buildFileMenu();
+    void buildEditMenu();
+    void buildPictureMenu();
+    void buildViewMenu();
     void rebuildRecentMenu();
-    QString proposedSavePath() const;
-    void startExport(const jobs::ExportRequest& request);
-    void finishExport(const QString& target);
+    // main_window_jobs.cpp: the estimate, the search and the export.
+    void connectJobs();
     void takeEstimate(const engine::BlurEstimate& estimate);
     void endEstimate();
-    void makeSpectrumWindow();
+    void applyPick();
+    void startExport(const jobs::ExportRequest& request);
+    void finishExport(const jobs::ExportResult& result, const QString& target);
+    void showSpectrumWindow();
+    QString proposedPath(const char* folderKey, const QString& suffix) const;
 
+    QSettings& m_settings;
     jobs::ControllerState m_state;
+    jobs::ActivityBoard m_board;
     jobs::RestorationJobs m_jobs;
     jobs::ControlSequences m_sequences;
-    QSettings& m_settings;
     RecentFiles m_recent;
     FileChooser m_openChooser;
     FileChooser m_saveChooser;
-    FileChooser m_exportChooser;
+    ExportChooser m_exportChooser;
     MessageSink m_messageSink;
-    std::unique_ptr<HowToViewC> m_helpController;
-    std::unique_ptr<AutoViewController> m_loadingController;
-    std::function<void()> m_galleryTerminator;
     autosearch::AutoRun m_autoRun;
     jobs::BlurEstimation m_estimation;
+    jobs::ExportRun m_export;
     qint64 m_estimatedPicture = 0; ///< the cache key of the picture the running estimate reads
-    QPointer<QWidget> m_spectrumWindow;
-    QPointer<SpectrumPreview> m_spectrumWindowView;
+    /// The estimate started by opening a photograph, applied when it is clear and the controls
+    /// have not been touched since.
+    bool m_openingEstimate = false;
+    QPointer<HowToViewC> m_help;
+    QPointer<AutoViewController> m_gallery;
+    QPointer<SpectrumWindow> m_spectrumWindow;
+    QPointer<QProgressDialog> m_exportProgress;
     /// A typed or keyed change restores once the keys have been left alone.
     QTimer m_editSettled;
-    QFutureWatcher<jobs::ExportResult> m_exportWatcher;
-    QPointer<QProgressDialog> m_exportProgress;
-    std::shared_ptr<std::atomic<bool>> m_stopExport; ///< set to stop the running export
 
     SidePanel* m_panel = nullptr;
     ImageView* img01 = nullptr;
@@ -176,9 +167,12 @@ class MainWindow : public QMainWindow, public jobs::WindowPort, public autosearc
     QLabel* m_fileLabel = nullptr;
     QLabel* m_zoomLabel = nullptr;
     QLabel* m_jobLabel = nullptr;
+    QPushButton* m_previousButton = nullptr;
+    QList<QAction*> m_pictureActions; ///< actions that need a picture and free controls
+    QAction* m_estimateAction = nullptr;
     QString m_openedPath;
     QPointer<QWidget> m_focusAfterJob;
-    QImage m_inputShown; ///< the working picture before restoration, at display size
+    QImage m_inputShown; ///< the working picture before restoration
     QImage m_inputGrey;  ///< the same in grey, made when a grey result first needs it
 };
 

@@ -41,7 +41,7 @@ SidePanel::SidePanel(QWidget* parent) : QWidget(parent) {
     addSettings(column);
     addButtons(column);
     column->addStretch();
-    showNoPicture();
+    showActivity(jobs::ActivityBoard(), false);
 }
 
 void SidePanel::addViews(QVBoxLayout* column) {
@@ -116,8 +116,8 @@ QPushButton* SidePanel::addButton(const QString& text, const char* name, const Q
 void SidePanel::addButtons(QVBoxLayout* column) {
     auto* modeRow = new QHBoxLayout;
     movedSw = addButton(QStringLiteral("M"), "movedSw",
-                        tr("Motion blur: the blur is a straight line of the length, angle and "
-                           "width set below"));
+                        tr("Motion blur (M): the blur is a streak of the length, angle and width "
+                           "set above"));
     movedSw->setCheckable(true);
     movedSw->setFixedSize(40, 40);
     ofSw = addButton(tr("Out of focus"), "ofSw",
@@ -129,10 +129,9 @@ void SidePanel::addButtons(QVBoxLayout* column) {
     column->addLayout(modeRow);
 
     openBtn = addButton(tr("Open…"), "openBtn", tr("Open a photograph (Ctrl+O)"));
-    saveBtn = addButton(tr("Save"), "saveBtn", tr("Save the picture shown as PNG (Ctrl+S)"));
-    exportBtn = addButton(tr("Export…"), "exportBtn",
-                          tr("Restore the whole photograph at its own size, in colour, and write "
-                             "it with its metadata (Ctrl+Shift+E)"));
+    saveBtn = addButton(tr("Save As…"), "saveBtn",
+                        tr("Restore the whole photograph at its own size, in colour, and save it "
+                           "as PNG, TIFF or JPEG with its metadata (Ctrl+Shift+S)"));
     rgbBtn = addButton(tr("Colour"), "rgbBtn",
                        tr("On: every full restoration is in colour; off: grey (Ctrl+R). The live "
                           "preview while a slider is dragged stays grey."));
@@ -146,7 +145,7 @@ void SidePanel::addButtons(QVBoxLayout* column) {
                            tr("Hold to see the picture before restoration at the same place "
                               "(Space)"));
     auto* firstRow = new QHBoxLayout;
-    for (QPushButton* button : {openBtn, saveBtn, exportBtn})
+    for (QPushButton* button : {openBtn, saveBtn})
         firstRow->addWidget(button);
     auto* secondRow = new QHBoxLayout;
     secondRow->addWidget(estimateBtn);
@@ -163,7 +162,7 @@ void SidePanel::addButtons(QVBoxLayout* column) {
 QToolButton* SidePanel::makeEstimateButton() {
     auto* button = new QToolButton(this);
     button->setObjectName(QStringLiteral("estimateBtn"));
-    button->setText(tr("Estimate"));
+    button->setText(tr("Estimate: any"));
     button->setToolTip(tr("Find the blur's kind, size and direction in the picture and set the "
                           "sliders to it (Ctrl+E); the arrow chooses which kind to look for"));
     button->setPopupMode(QToolButton::MenuButtonPopup);
@@ -182,6 +181,7 @@ QToolButton* SidePanel::makeEstimateButton() {
         kinds->addAction(action);
         connect(action, &QAction::triggered, this, [this, wanted = kind] {
             m_estimateKind = wanted;
+            showEstimateKind();
             emit estimateRequested(wanted);
         });
     }
@@ -191,6 +191,11 @@ QToolButton* SidePanel::makeEstimateButton() {
     return button;
 }
 
+void SidePanel::showEstimateKind() {
+    const QString kinds[] = {tr("Estimate: any"), tr("Estimate: focus"), tr("Estimate: motion")};
+    estimateBtn->setText(kinds[int(m_estimateKind)]);
+}
+
 void SidePanel::setActive(std::initializer_list<QWidget*> controls, bool active) {
     for (QWidget* control : controls) {
         control->setEnabled(active);
@@ -198,41 +203,27 @@ void SidePanel::setActive(std::initializer_list<QWidget*> controls, bool active)
     }
 }
 
-void SidePanel::showNoPicture() {
-    setActive({psfCountD, psfAngle, anglewidth, muSlider, movedSw, ofSw, saveBtn, exportBtn, rgbBtn,
-               autobtn, estimateBtn, compareBtn},
-              false);
-}
-
-void SidePanel::showPictureOpened() {
-    setActive({psfCountD, muSlider, saveBtn, exportBtn, movedSw, rgbBtn, estimateBtn, compareBtn},
-              true);
-    // The mode stays as it was; angle and width come back with the unlock after the first job.
-    setActive({psfAngle, anglewidth}, false);
+void SidePanel::showActivity(const jobs::ActivityBoard& board, bool pictureOpen) {
+    const bool restoring = board.running(jobs::Activity::Restoring);
+    const bool working =
+        pictureOpen && (board.controlsFree() || (restoring && !board.covered() &&
+                                                 !board.running(jobs::Activity::Exporting)));
+    m_free = pictureOpen && board.controlsFree();
+    maintitle->setText(restoring ? QStringLiteral("LOADING") : QStringLiteral("CLAROVI"));
+    if (restoring)
+        maintitle->repaint();
+    setActive({psfCountD, movedSw, ofSw, rgbBtn, autobtn, compareBtn, saveBtn}, m_free);
+    setActive({psfAngle, anglewidth}, m_free && movedSw->isChecked());
+    setActive({estimateBtn}, m_free && !board.running(jobs::Activity::Estimating));
+    // A release of the sharpness slider replaces the restoration it waits for.
+    muSlider->setEnabled(working);
+    setDimmed(muSlider, !m_free);
+    openBtn->setEnabled(!board.covered() && !board.running(jobs::Activity::Exporting));
 }
 
 void SidePanel::showMotionMode(bool motion) {
     movedSw->setChecked(motion);
-    setActive({psfAngle, anglewidth}, motion);
-}
-
-void SidePanel::lockEverything() {
-    maintitle->setText(QStringLiteral("LOADING"));
-    // Jobs hold the main thread; paint the title now so that "LOADING" is seen while they run.
-    maintitle->repaint();
-    setActive(
-        {psfCountD, movedSw, muSlider, ofSw, rgbBtn, autobtn, estimateBtn, anglewidth, psfAngle},
-        false);
-    for (QPushButton* button : {saveBtn, exportBtn})
-        button->setEnabled(false);
-}
-
-void SidePanel::auxUnlock() {
-    maintitle->setText(QStringLiteral("CLAROVI"));
-    setActive({psfCountD, movedSw, muSlider, ofSw, rgbBtn, autobtn, estimateBtn}, true);
-    setActive({saveBtn, exportBtn}, true);
-    if (movedSw->isChecked())
-        setActive({anglewidth, psfAngle}, true);
+    setActive({psfAngle, anglewidth}, m_free && motion);
 }
 
 bool SidePanel::sliderHeld() const {

@@ -6,6 +6,7 @@
 #include "slider_field.h"
 
 #include "engine/blur_estimate.h"
+#include "jobs/activity_board.h"
 
 #include <QWidget>
 
@@ -23,15 +24,13 @@ class SidePanel : public QWidget {
   public:
     explicit SidePanel(QWidget* parent = nullptr);
 
-    /// Every control off; the title says "LOADING" at once, even while a job holds the thread.
-    void lockEverything();
-    /// Every control on again; angle and width only in motion mode.
-    void auxUnlock();
-    /// With no picture open, everything but Open stays off.
-    void showNoPicture();
-    /// A picture has just been opened.
-    void showPictureOpened();
-    /// The angle and width settings belong to motion mode.
+    /// Every control as what runs allows: with no picture only Open; while an export or a search
+    /// runs, or a gallery waits for a pick, nothing; while a restoration is due the settings wait
+    /// (but the sharpness, which may be let go again) and the title says "LOADING" at once, even
+    /// while a job holds the thread; while the blur is estimated, Estimate waits. Angle and width
+    /// belong to motion mode.
+    void showActivity(const jobs::ActivityBoard& board, bool pictureOpen);
+    /// The mode switch, and the angle and width settings with it.
     void showMotionMode(bool motion);
     bool sliderHeld() const;
     /// The kind of blur the Estimate button looks for, as its menu last chose it.
@@ -49,7 +48,6 @@ class SidePanel : public QWidget {
     QPushButton* ofSw;
     QPushButton* openBtn;
     QPushButton* saveBtn;
-    QPushButton* exportBtn;
     QPushButton* rgbBtn;
     QPushButton* autobtn;
     QToolButton* estimateBtn;
@@ -66,8 +64,10 @@ class SidePanel : public QWidget {
     QPushButton* addButton(const QString& text, const char* name, const QString& tip);
     void setActive(std::initializer_list<QWidget*> controls, bool active);
     QToolButton* makeEstimateButton();
+    void showEstimateKind();
 
     engine::KindWanted m_estimateKind = engine::KindWanted::Any;
+    bool m_free = false; ///< the settings take input
 };
 
 /// Dims a control (opacity 0.2) or shows it fully.

@@ -6,12 +6,11 @@
 #include <QPromise>
 #include <QtConcurrent/QtConcurrentRun>
 
+#include <cmath>
+
 namespace clarovi::autosearch {
 
 namespace {
-
-constexpr int kPickPollOutOfFocus = 5000; // milliseconds
-constexpr int kPickPollMotion = 2000;
 
 // Runs the whole search on a pool thread; what it throws becomes the run's failure.
 void searchWorker(QPromise<ProgressUpdate>& promise, AutoSearch* search, QString* failure) {
@@ -37,9 +36,15 @@ std::optional<engine::BlurOnPhoto> aroundEstimate(const jobs::ControllerState& s
 
 } // namespace
 
-AutoRun::AutoRun(jobs::ControllerState& state, AutoWindowPort& window, Restoration restoration)
-    : m_state(state), m_window(window), m_restoration(std::move(restoration)) {
-    connect(&m_pickTimer, &QTimer::timeout, this, &AutoRun::unWrap);
+QString remainingText(double seconds) {
+    if (seconds < 1.0)
+        return QObject::tr("Less than a second left");
+    return QObject::tr("About %1 s left").arg(std::lround(seconds));
+}
+
+AutoRun::AutoRun(jobs::ControllerState& state, jobs::ActivityBoard& board, AutoWindowPort& window,
+                 Restoration restoration)
+    : m_state(state), m_board(board), m_window(window), m_restoration(std::move(restoration)) {
     connect(&m_watcher, &QFutureWatcher<ProgressUpdate>::resultReadyAt, this, &AutoRun::showUpdate);
     connect(&m_watcher, &QFutureWatcher<ProgressUpdate>::finished, this, &AutoRun::onFinished);
 }
@@ -53,7 +58,8 @@ AutoRun::~AutoRun() {
 void AutoRun::MainWrapper(const jobs::Setting& setting) {
     if (searching() || m_state.previewSourceImage.isNull())
         return;
-    m_window.showOverlay(true);
+    m_board.setRunning(jobs::Activity::Searching, true);
+    m_window.showProgress(0.0, {});
     m_cancelRequested = false;
     m_failure.clear();
     SearchInput input{m_state.previewSourceImage, setting,
@@ -66,8 +72,7 @@ void AutoRun::showUpdate(int index) {
     if (m_cancelRequested)
         return;
     const ProgressUpdate update = m_watcher.resultAt(index);
-    m_window.showProgressText(QString::asprintf("Remaining time: %.0f", update.remaining));
-    m_window.showProgress(double(update.fraction));
+    m_window.showProgress(double(update.fraction), remainingText(update.remaining));
     if (update.kind == engine::BlurKind::OutOfFocus)
         logLine("PROGRESS %f", double(update.fraction));
     emit updated(update);
@@ -90,20 +95,20 @@ void AutoRun::onFinished() {
 
 // The results go to the gallery, on the main thread, once the search has ended.
 void AutoRun::complete() {
-    const engine::BlurKind kind = m_search->kind();
     Data::getInstance().arrayOfData = std::move(m_search->results);
     m_search.reset();
     autoRequested = false;
-    m_window.showProgressText(QStringLiteral("Waiting for selection..."));
+    m_window.showProgress(1.0, tr("Pick the best restoration in the gallery"));
+    m_board.setRunning(jobs::Activity::AwaitingPick, true);
+    m_board.setRunning(jobs::Activity::Searching, false);
     m_window.showCv();
-    m_pickTimer.start(kind == engine::BlurKind::Motion ? kPickPollMotion : kPickPollOutOfFocus);
     emit completed();
 }
 
 void AutoRun::endWithoutResults() {
     m_search.reset();
     engine::giveBackFreedMemory();
-    m_window.showOverlay(false);
+    m_board.setRunning(jobs::Activity::Searching, false);
 }
 
 void AutoRun::cancel() {
@@ -114,8 +119,7 @@ void AutoRun::cancel() {
 }
 
 void AutoRun::keepCurrentSettings() {
-    m_pickTimer.stop();
-    m_window.showOverlay(false);
+    m_board.setRunning(jobs::Activity::AwaitingPick, false);
 }
 
 void AutoRun::releaseResults() {
@@ -126,9 +130,8 @@ void AutoRun::releaseResults() {
 void AutoRun::unWrap() {
     if (!Data::getInstance().toPut.load())
         return;
-    m_window.showOverlay(false);
+    m_board.setRunning(jobs::Activity::AwaitingPick, false);
     m_window.AppearActions();
-    m_pickTimer.stop();
 }
 
 } // namespace clarovi::autosearch

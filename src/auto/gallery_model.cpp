@@ -20,9 +20,10 @@ int GalleryModel::rowCount(const QModelIndex& parent) const {
 }
 
 QString GalleryModel::labelOf(const AutoResult& result) {
+    const QString score = QString::asprintf("   score %.2f", result.score);
     if (result.blur.kind == engine::BlurKind::OutOfFocus)
-        return QString::asprintf("Ø %.1f", result.blur.length);
-    return QString::asprintf("%.1f ∠ %.1f°", result.blur.length, result.blur.angle);
+        return QString::asprintf("Ø %.1f", result.blur.length) + score;
+    return QString::asprintf("%.1f ∠ %.1f°", result.blur.length, result.blur.angle) + score;
 }
 
 int GalleryModel::bestRow() const {

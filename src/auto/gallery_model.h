@@ -9,8 +9,9 @@
 namespace clarovi::autosearch {
 
 /// The results of the latest search as a list: the thumbnail as the decoration, its label as the
-/// text ("Ø %.1f" with a disk's diameter; "%.1f ∠ %.1f°" with a streak's length and angle), its
-/// score as the tooltip, and whether it scored best. In search order, or best first.
+/// text ("Ø %.1f" with a disk's diameter, "%.1f ∠ %.1f°" with a streak's length and angle, then
+/// "score %.2f"), the score again as the tooltip, and whether it scored best. In search order, or
+/// best first.
 class GalleryModel : public QAbstractListModel {
     Q_OBJECT
   public:

@@ -14,10 +14,8 @@ TEST_F(MainWindowTest, DraggingAPsfSliderPreviewsEveryStepWithoutLockingThenEnds
     openSample(photo);
     // 100 % is a pixel of the photograph, whichever copy is shown.
     QTest::keyClick(window.get(), Qt::Key_1);
-    EXPECT_EQ(window->view()->zoomFactor(), 1.0);
-    EXPECT_EQ(window->view()->pictureToWidget({2400, 0}).x() -
-                  window->view()->pictureToWidget({0, 0}).x(),
-              2400.0);
+    EXPECT_EQ(view()->zoomFactor(), 1.0);
+    EXPECT_EQ(view()->pictureToWidget({2400, 0}).x() - view()->pictureToWidget({0, 0}).x(), 2400.0);
     EXPECT_EQ(outlet<QLabel>("zoomLabel")->text(), "100 % of full size");
     QTest::mouseClick(outlet("movedSw"), Qt::LeftButton);
     ASSERT_TRUE(waitFor([this] { return unlocked(); }));
@@ -30,7 +28,7 @@ TEST_F(MainWindowTest, DraggingAPsfSliderPreviewsEveryStepWithoutLockingThenEnds
         drag(slider, 4, [&] {
             EXPECT_EQ(title(), "CLAROVI") << "a drag step does not lock";
             EXPECT_TRUE(outlet("rgbBtn")->isEnabled());
-            EXPECT_EQ(window->shownImage().size(), QSize(1024, 683));
+            EXPECT_EQ(shown().size(), QSize(1024, 683));
             // The label follows the event under way.
             EXPECT_EQ(outlet<QLabel>("settingInfo")->text(),
                       clarovi::jobs::settingsLabel(window->setting()));
@@ -39,14 +37,14 @@ TEST_F(MainWindowTest, DraggingAPsfSliderPreviewsEveryStepWithoutLockingThenEnds
         EXPECT_EQ(log.count("ended") - endsBefore, 1);
         EXPECT_EQ(title(), "LOADING") << "the release locks until the full preview";
         ASSERT_TRUE(waitFor([this] { return unlocked(); }));
-        EXPECT_EQ(window->shownImage().size(), QSize(2048, 1365));
+        EXPECT_EQ(shown().size(), QSize(2048, 1365));
     }
 }
 
 // The view keeps its zoom through a restoration; Space shows the input there, grey beside grey.
 TEST_F(MainWindowTest, TheZoomSurvivesARestorationAndSpaceComparesThere) {
     openSample();
-    clarovi::app::ImageView* view = window->view();
+    clarovi::app::ImageView* view = this->view();
     QTest::keyClick(window.get(), Qt::Key_1);
     QTest::keyClick(window.get(), Qt::Key_Plus);
     const double zoom = view->zoomFactor();

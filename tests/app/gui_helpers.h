@@ -7,6 +7,7 @@
 #include <QGraphicsOpacityEffect>
 #include <QLabel>
 #include <QSettings>
+#include <QStatusBar>
 #include <QStyleOptionSlider>
 #include <QTemporaryDir>
 #include <QTest>
@@ -34,10 +35,11 @@ class MainWindowTest : public ::testing::Test {
         createWindow();
     }
 
-    void createWindow() {
-        window = std::make_unique<app::MainWindow>(*settings);
+    /// A window of its own, its automatic search restoring with thumbnails when given.
+    void createWindow(autosearch::Restoration thumbnails = {}) {
+        window.reset();
+        window = std::make_unique<app::MainWindow>(*settings, std::move(thumbnails));
         window->setMessageSink([this](const QString& message) { messages << message; });
-        window->setGalleryTerminator([this] { ++terminations; });
         window->show();
         ASSERT_TRUE(QTest::qWaitForWindowExposed(window.get()));
     }
@@ -49,11 +51,17 @@ class MainWindowTest : public ::testing::Test {
     }
     QString title() const { return outlet<QLabel>("maintitle")->text(); }
     bool unlocked() const { return title() == QLatin1String("CLAROVI"); }
+    /// Nothing runs: no restoration due, no estimate, export or search.
+    bool idle() const { return outlet<QLabel>("jobLabel")->text() == QLatin1String("Ready"); }
     int restorations() const { return log.count("NEW S"); }
+    app::ImageView* view() const { return outlet<app::ImageView>("img01"); }
+    QImage shown() const { return view()->image(); }
+    QString status() const { return window->statusBar()->currentMessage(); }
 
+    /// Opens a photograph and waits for its first restoration and its estimate.
     void openSample(const QString& path = kSample) {
         ASSERT_TRUE(window->setImageInputForPictureTaker(path));
-        ASSERT_TRUE(waitFor([this] { return unlocked(); }));
+        ASSERT_TRUE(waitFor([this] { return idle(); }));
     }
 
     app::FloatSlider* slider(const char* name) const {
@@ -99,7 +107,6 @@ class MainWindowTest : public ::testing::Test {
     std::unique_ptr<QSettings> settings;
     std::unique_ptr<app::MainWindow> window;
     QStringList messages;
-    int terminations = 0;
     LogCapture log;
 };
 

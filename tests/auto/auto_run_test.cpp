@@ -17,13 +17,13 @@ using clarovi::testing::waitFor;
 namespace {
 
 struct FakeAutoWindow : AutoWindowPort {
-    bool overlay = false;
     double progress = -1;
-    QString failure;
+    QString text, failure;
     int galleries = 0, appearances = 0;
-    void showOverlay(bool shown) override { overlay = shown; }
-    void showProgress(double fraction) override { progress = fraction; }
-    void showProgressText(const QString&) override {}
+    void showProgress(double fraction, const QString& line) override {
+        progress = fraction;
+        text = line;
+    }
     void showCv() override { ++galleries; }
     void AppearActions() override { ++appearances; }
     void showSearchFailure(const QString& why) override { failure = why; }
@@ -45,8 +45,9 @@ class AutoRunTest : public ::testing::Test {
     }
 
     OpenedPicture opened;
+    clarovi::jobs::ActivityBoard board;
     FakeAutoWindow window;
-    AutoRun run{opened.state, window, quickThumbnail};
+    AutoRun run{opened.state, board, window, quickThumbnail};
 };
 
 clarovi::jobs::Setting settingOf(bool motion) {
@@ -58,6 +59,7 @@ clarovi::jobs::Setting settingOf(bool motion) {
 
 } // namespace
 
+// Searching, then awaiting a pick, is on the board throughout; the pick is applied once.
 TEST_F(AutoRunTest, ACompletedRunShowsEveryStepThenTheGallery) {
     // motion, updates and PROGRESS lines.
     for (const auto& [motion, updateCount, progressLines] :
@@ -68,23 +70,26 @@ TEST_F(AutoRunTest, ACompletedRunShowsEveryStepThenTheGallery) {
         QSignalSpy updates(&run, &AutoRun::updated);
         run.autoRequested = true;
         run.MainWrapper(settingOf(motion));
+        EXPECT_TRUE(board.running(clarovi::jobs::Activity::Searching));
         ASSERT_TRUE(waitFor([&] { return window.galleries == 1; }, 60000));
         EXPECT_EQ(updates.count(), updateCount);
         EXPECT_EQ(log.count("PROGRESS"), progressLines);
         EXPECT_NEAR(window.progress, 1.0, 1e-6);
         EXPECT_FALSE(run.autoRequested);
         EXPECT_EQ(Data::getInstance().arrayOfData.size(), size_t(updateCount * (motion ? 23 : 1)));
+        EXPECT_TRUE(board.running(clarovi::jobs::Activity::AwaitingPick) && board.covered());
+        EXPECT_FALSE(board.running(clarovi::jobs::Activity::Searching));
     }
 
-    // Ticks without a pick change nothing; the tick after a pick applies it once.
+    // Without a pick nothing is applied; with one, it is applied once and the wait ends.
     run.unWrap();
     EXPECT_EQ(window.appearances, 0);
-    EXPECT_TRUE(run.pickTimer().isActive());
     Data::getInstance().toPut = true;
     run.unWrap();
     EXPECT_EQ(window.appearances, 1);
-    EXPECT_FALSE(window.overlay || run.pickTimer().isActive());
+    EXPECT_FALSE(board.covered());
     Data::getInstance().toPut = false;
+    EXPECT_EQ(remainingText(11.4), "About 11 s left");
 }
 
 TEST_F(AutoRunTest, ACancelledOrFailedRunLeavesTheResultsAsBefore) {
@@ -105,7 +110,7 @@ TEST_F(AutoRunTest, ACancelledOrFailedRunLeavesTheResultsAsBefore) {
     EXPECT_TRUE(window.failure.contains("no memory left")) << window.failure.toStdString();
     EXPECT_EQ(cancelled.count(), 1);
 
-    EXPECT_FALSE(window.overlay || run.searching());
+    EXPECT_FALSE(board.covered() || run.searching());
     EXPECT_EQ(window.galleries, 0);
     EXPECT_EQ(Data::getInstance().arrayOfData.size(), 1u);
     Data::getInstance().arrayOfData.clear();
