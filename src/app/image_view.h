@@ -42,7 +42,6 @@ class ImageView : public QWidget {
 
     /// Widget (device-independent) pixels per picture pixel, also while fitting.
     double zoomFactor() const;
-    bool isFitting() const { return m_fitting; }
     /// Maps between widget coordinates and the picture's layout units (its pixels, or those of the
     /// natural size when one is set).
     QPointF widgetToPicture(QPointF point) const;

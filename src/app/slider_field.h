@@ -43,7 +43,6 @@ class SliderField : public QWidget {
                 QWidget* parent = nullptr);
 
     FloatSlider* slider() const { return m_slider; }
-    SettingSpinBox* spinBox() const { return m_spinBox; }
     float floatValue() const { return m_slider->floatValue(); }
     /// Moves the slider and the spin box without reporting a change.
     void setFloatValue(float value);

@@ -37,9 +37,6 @@ class AutoRun : public QObject {
     /// Cancels a search under way and waits for it.
     ~AutoRun() override;
 
-    /// The restoration of the next runs; an empty one is the real restoration.
-    void setRestoration(Restoration restoration) { m_restoration = std::move(restoration); }
-
     /// Starts the search for blurs of setting's kind on its own copy of the photograph: around the
     /// estimated blur when the state holds one of that kind, over the grid otherwise.
     void MainWrapper(const jobs::Setting& setting);

@@ -117,7 +117,8 @@ TEST_F(MainWindowTest, KeyedAndTypedChangesRestoreOnceAndOutOfRangeValuesAreClam
     ASSERT_TRUE(waitFor([&] { return restorations() == before + 1 && idle(); }, 5000));
     EXPECT_TRUE(length->hasFocus()) << "the keys go on working after the restoration";
 
-    QDoubleSpinBox* box = outlet<clarovi::app::SliderField>("psfCountD")->spinBox();
+    QDoubleSpinBox* box =
+        outlet<clarovi::app::SliderField>("psfCountD")->findChild<QDoubleSpinBox*>();
     box->setFocus();
     box->selectAll();
     QTest::keyClicks(box, "150");
@@ -132,7 +133,7 @@ TEST_F(MainWindowTest, KeyedAndTypedChangesRestoreOnceAndOutOfRangeValuesAreClam
 TEST_F(MainWindowTest, TheMotionSwitchAndItsKeyRestoreAtOnce) {
     openSample();
     const int before = restorations();
-    outlet<clarovi::app::SliderField>("muSlider")->spinBox()->setFocus();
+    outlet<clarovi::app::SliderField>("muSlider")->findChild<QDoubleSpinBox*>()->setFocus();
     QTest::keyClick(window.get(), Qt::Key_M);
     EXPECT_EQ(restorations(), before + 1);
     EXPECT_TRUE(window->setting().motion());

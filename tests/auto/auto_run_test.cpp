@@ -95,7 +95,6 @@ TEST_F(AutoRunTest, ACompletedRunShowsEveryStepThenTheGallery) {
 TEST_F(AutoRunTest, ACancelledOrFailedRunLeavesTheResultsAsBefore) {
     Data::getInstance().arrayOfData.assign(1, AutoResult{});
     QSignalSpy cancelled(&run, &AutoRun::cancelled);
-    QSignalSpy failed(&run, &AutoRun::failed);
     QSignalSpy updates(&run, &AutoRun::updated);
 
     run.MainWrapper(settingOf(true));
@@ -104,19 +103,19 @@ TEST_F(AutoRunTest, ACancelledOrFailedRunLeavesTheResultsAsBefore) {
     ASSERT_TRUE(waitFor([&] { return cancelled.count() == 1; }));
     EXPECT_TRUE(window.failure.isEmpty());
 
-    run.setRestoration(failingThumbnail);
-    run.MainWrapper(settingOf(true));
-    ASSERT_TRUE(waitFor([&] { return failed.count() == 1; }));
+    AutoRun failing(opened.state, board, window, failingThumbnail);
+    QSignalSpy failedRun(&failing, &AutoRun::failed);
+    failing.MainWrapper(settingOf(true));
+    ASSERT_TRUE(waitFor([&] { return failedRun.count() == 1; }));
     EXPECT_TRUE(window.failure.contains("no memory left")) << window.failure.toStdString();
     EXPECT_EQ(cancelled.count(), 1);
 
-    EXPECT_FALSE(board.covered() || run.searching());
+    EXPECT_FALSE(board.covered() || run.searching() || failing.searching());
     EXPECT_EQ(window.galleries, 0);
     EXPECT_EQ(Data::getInstance().arrayOfData.size(), 1u);
     Data::getInstance().arrayOfData.clear();
 
     // Left under way: destroying it must stop the search before the state it reads goes.
-    run.setRestoration(quickThumbnail);
     run.MainWrapper(settingOf(true));
     ASSERT_TRUE(waitFor([&] { return updates.count() >= 2; }));
 }
