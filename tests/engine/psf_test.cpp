@@ -78,7 +78,8 @@ INSTANTIATE_TEST_SUITE_P(DisksAndStreaks, Kernel,
                                            KernelCase{{BlurKind::Motion, 40, -63.5, 3}, 0.5},
                                            KernelCase{{BlurKind::Motion, 60, 135, 2}, 2.5}),
                          [](const ::testing::TestParamInfo<KernelCase>& param) {
-                             return (param.param.blur.kind == BlurKind::Motion ? "streak" : "disk") +
+                             return (param.param.blur.kind == BlurKind::Motion ? "streak"
+                                                                               : "disk") +
                                     std::to_string(param.index);
                          });
 
