@@ -98,7 +98,8 @@ TEST(AutoSearch, APickRestoresTheMainViewAsTheThumbnailShowedIt) {
         const auto differenceAt = [&](double length) {
             BlurOnPhoto tried = blur;
             tried.length = length;
-            const AutoSearch search({opened.state.previewSourceImage, {tried, kSearchSharpness}});
+            const AutoSearch search(
+                {opened.state.previewSourceImage, {tried, kSearchSharpness}, {}});
             opened.jobs.auxTrueNoMultithread({blur, kSearchSharpness});
             // Both at the resolution the thumbnail was restored at, before its enlargement.
             const cv::Mat shown = CVGrayscaleMat(search.thumbnail(tried));
@@ -125,7 +126,7 @@ TEST(AutoSearch, ThumbnailsKeepThePhotographsAspect) {
                                        std::pair(QSize(300, 450), QSize(300, 450))}) {
         OpenedPicture opened(scenePicture(photo.width(), photo.height()));
         const BlurOnPhoto disk{BlurKind::OutOfFocus, 20};
-        const AutoSearch search({opened.state.previewSourceImage, {disk, kSearchSharpness}});
+        const AutoSearch search({opened.state.previewSourceImage, {disk, kSearchSharpness}, {}});
         EXPECT_EQ(search.thumbnail(disk).size(), shown);
     }
 }
