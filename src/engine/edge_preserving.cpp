@@ -231,7 +231,7 @@ cv::Mat restoreEdgePreserving(const cv::Mat& plane, double scale, const CanvasLa
     const std::vector<float> continuation = frameValues(data, layout);
     data.forward(threads);
     backProject(data, kernel, threads);
-    onePass(data, kernel, 1.0 / weights.lambda, x, threads);
+    onePass(data, kernel, weights.startBeta / weights.lambda, x, threads);
 
     for (const double beta : weights.betas) {
         if (stop())

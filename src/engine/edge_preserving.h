@@ -16,7 +16,8 @@ namespace clarovi::engine {
 float shrinkGradient(float v, float beta);
 
 /// Restores plane (one channel, layout.plane's size) by half-quadratic splitting after Krishnan
-/// and Fergus (2009) with alpha = 2/3: from the one-pass restoration with gamma = 1 / lambda,
+/// and Fergus (2009) with alpha = 2/3: from the one-pass restoration with gamma = startBeta /
+/// lambda,
 /// each beta of weights.betas alternates the gradients w that minimise |w|^alpha + beta / 2
 /// |w - D x|^2 with the x that minimises lambda / 2 |K x - y|^2 + beta / 2 |w - D x|^2. What lies
 /// outside the plane is not data (as in Almeida and Figueiredo, 2013, who solve for it by ADMM):

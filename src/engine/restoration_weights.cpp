@@ -23,10 +23,13 @@ constexpr double kFallbackGammaPerNoisePower = 0.01;
 // loses 0.5 dB on average against each case's best lambda and beats the blurred input by at
 // least 1 dB; lambda * sigma^2 alone, at its best, loses 1.5 dB on average.
 constexpr double kDefaultLog2Lambda = 8.25;
-// Splitting weights after Krishnan and Fergus (2009), who start at 1 and end at 256: the first
-// step's weight of 1 with w = 0 is the one-pass start, and a factor of 4 between steps costs
-// under 0.15 dB against their 2 sqrt 2 for two steps fewer.
-constexpr double kBetas[] = {4.0, 16.0, 64.0, 256.0};
+// Splitting weights after Krishnan and Fergus (2009), who start at 1 and end at 256 in steps of
+// 2 sqrt 2. Up to beta = 4 the shrinkage keeps only steps of more than half the range, and the x
+// steps are one-pass restorations with gamma = beta / lambda; starting from the one at beta = 4
+// measured the same PSNR to 0.1 dB, and steps of 4 lose under 0.15 dB against 2 sqrt 2, so
+// three steps do the work of six.
+constexpr double kStartBeta = 4.0;
+constexpr double kBetas[] = {16.0, 64.0, 256.0};
 
 double noisePower(const PictureStatistics& picture) {
     const double sigma = std::max(picture.noiseSigma, kNoiseFloor);
@@ -136,6 +139,7 @@ EdgePreservingWeights edgePreservingWeights(const cv::Mat& kernel, const Picture
     EdgePreservingWeights weights;
     weights.lambda =
         std::exp2(kDefaultLog2Lambda) / std::sqrt(sigma * gamma) / smoothingFactor(sharpness);
+    weights.startBeta = kStartBeta;
     weights.betas.assign(std::begin(kBetas), std::end(kBetas));
     return weights;
 }

@@ -23,9 +23,10 @@ double defaultRegularisedWeight(const cv::Mat& kernel, const PictureStatistics& 
 
 /// The iterative filter's schedule, on the 0..1 scale of its gradients: it minimises
 /// lambda / 2 |K x - y|^2 + sum |D x|^alpha, starting from the one-pass restoration with
-/// gamma = 1 / lambda and raising the splitting weight beta through betas.
+/// gamma = startBeta / lambda and raising the splitting weight beta through betas.
 struct EdgePreservingWeights {
     double lambda = 0;
+    double startBeta = 0;
     std::vector<double> betas;
 };
 

@@ -50,7 +50,7 @@ double exactGradientShrink(double v, double beta, double alpha) {
     double low = (1 - alpha) * a / (2 - alpha), high = a;
     if (a == 0 || left(low) < alpha)
         return 0;
-    for (int i = 0; i < 200; ++i) {
+    for (int i = 0; i < 64; ++i) {
         const double mid = 0.5 * (low + high);
         (left(mid) >= alpha ? low : high) = mid;
     }
