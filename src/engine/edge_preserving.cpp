@@ -142,24 +142,10 @@ void frameCorrection(SpectralPlane& blurred, const CanvasLayout& layout,
     });
 }
 
-/// out = K * x in the spectrum.
-void blurSpectrum(const SpectralPlane& x, const KernelSpectrum& kernel, SpectralPlane& out,
-                  int threads) {
-    const int half = x.halfCols();
-    forRanges(x.rows(), threads, [&](int begin, int end) {
-        for (int u = begin; u < end; ++u) {
-            const std::complex<float>* a = x.spectrumRow(u);
-            const std::complex<float>* k = kernel.otf.spectrumRow(u);
-            std::complex<float>* o = out.spectrumRow(u);
-            for (int v = 0; v < half; ++v)
-                o[v] = times(k[v], a[v]);
-        }
-    });
-}
-
 /// The x step: X = (KtY + conj(K) C + (beta / lambda) W) / (|K|^2 + (beta / lambda) |D|^2),
-/// with C and W the transforms of the frame's correction and of D^T w, unnormalised.
-void xStep(SpectralPlane& x, const SpectralPlane& data, const SpectralPlane& correction,
+/// with C and W the transforms of the frame's correction and of D^T w, unnormalised. K X, which
+/// the next step's correction starts from, replaces C on the way.
+void xStep(SpectralPlane& x, const SpectralPlane& data, SpectralPlane& correction,
            const SpectralPlane& prior, const KernelSpectrum& kernel, double ratio, int threads) {
     const float scale = 1.0f / (float(x.rows()) * float(x.cols()));
     const auto g = float(ratio);
@@ -167,7 +153,7 @@ void xStep(SpectralPlane& x, const SpectralPlane& data, const SpectralPlane& cor
     forRanges(x.rows(), threads, [&](int begin, int end) {
         for (int u = begin; u < end; ++u) {
             const std::complex<float>* kty = data.spectrumRow(u);
-            const std::complex<float>* c = correction.spectrumRow(u);
+            std::complex<float>* c = correction.spectrumRow(u);
             const std::complex<float>* w = prior.spectrumRow(u);
             const std::complex<float>* k = kernel.otf.spectrumRow(u);
             std::complex<float>* o = x.spectrumRow(u);
@@ -177,6 +163,7 @@ void xStep(SpectralPlane& x, const SpectralPlane& data, const SpectralPlane& cor
                 const std::complex<float> numerator =
                     kty[v] + (conjugateTimes(k[v], c[v]) + g * w[v]) * scale;
                 o[v] = numerator * (1.0f / (squaredMagnitude(k[v]) + g * d2));
+                c[v] = times(k[v], o[v]);
             }
         }
     });
@@ -196,9 +183,10 @@ void backProject(SpectralPlane& y, const KernelSpectrum& kernel, int threads) {
     });
 }
 
-/// out = a / (|K|^2 + gamma |D|^2), the one-pass restoration of back-projected data a.
+/// out = a / (|K|^2 + gamma |D|^2), the one-pass restoration of back-projected data a, and
+/// blurred = K out.
 void onePass(const SpectralPlane& a, const KernelSpectrum& kernel, double gamma, SpectralPlane& out,
-             int threads) {
+             SpectralPlane& blurred, int threads) {
     const auto g = float(gamma);
     const int half = a.halfCols();
     forRanges(a.rows(), threads, [&](int begin, int end) {
@@ -206,11 +194,13 @@ void onePass(const SpectralPlane& a, const KernelSpectrum& kernel, double gamma,
             const std::complex<float>* in = a.spectrumRow(u);
             const std::complex<float>* k = kernel.otf.spectrumRow(u);
             std::complex<float>* o = out.spectrumRow(u);
+            std::complex<float>* b = blurred.spectrumRow(u);
             const float down = kernel.downPower[size_t(u)];
-            for (int v = 0; v < half; ++v)
-                o[v] =
-                    in[v] *
-                    (1.0f / (squaredMagnitude(k[v]) + g * (down + kernel.acrossPower[size_t(v)])));
+            for (int v = 0; v < half; ++v) {
+                const float d2 = down + kernel.acrossPower[size_t(v)];
+                o[v] = in[v] * (1.0f / (squaredMagnitude(k[v]) + g * d2));
+                b[v] = times(k[v], o[v]);
+            }
         }
     });
 }
@@ -231,12 +221,11 @@ cv::Mat restoreEdgePreserving(const cv::Mat& plane, double scale, const CanvasLa
     const std::vector<float> continuation = frameValues(data, layout);
     data.forward(threads);
     backProject(data, kernel, threads);
-    onePass(data, kernel, weights.startBeta / weights.lambda, x, threads);
+    onePass(data, kernel, weights.startBeta / weights.lambda, x, blurred, threads);
 
     for (const double beta : weights.betas) {
         if (stop())
             return {};
-        blurSpectrum(x, kernel, blurred, threads);
         x.inverse(threads);
         blurred.inverse(threads);
         gradientStep(x, prior, Shrink(beta), threads);

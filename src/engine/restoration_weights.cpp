@@ -60,17 +60,20 @@ cv::Mat kernelPowerOnGrid(const cv::Mat& kernel, int side) {
 }
 
 /// Mallows' C_L for the one-pass filter with weight gamma, up to a constant: the mean over the
-/// grid of (1 - H)^2 P + 2 sigma^2 H, H = |K|^2 / (|K|^2 + gamma |D|^2).
+/// grid of (1 - H)^2 P + 2 sigma^2 H, H = |K|^2 / (|K|^2 + gamma |D|^2). All three are even in
+/// the frequency, so the left half of the grid stands for the whole, its inner columns twice.
 class PredictiveRisk {
   public:
     PredictiveRisk(const cv::Mat& kernel, const cv::Mat& density, double noisePower)
-        : m_side(density.cols), m_noisePower(noisePower) {
-        const cv::Mat k2 = kernelPowerOnGrid(kernel, m_side);
-        const std::vector<float> d = differencePower(m_side, m_side);
-        for (int u = 0; u < m_side; ++u)
-            for (int v = 0; v < m_side; ++v)
+        : m_noisePower(noisePower) {
+        const int side = density.cols;
+        const cv::Mat k2 = kernelPowerOnGrid(kernel, side);
+        const std::vector<float> d = differencePower(side, side);
+        for (int u = 0; u < side; ++u)
+            for (int v = 0; v <= side / 2; ++v)
                 m_terms.push_back({k2.at<double>(u, v), double(d[size_t(u)] + d[size_t(v)]),
-                                   double(density.at<float>(u, v))});
+                                   double(density.at<float>(u, v)),
+                                   v == 0 || 2 * v == side ? 1.0 : 2.0});
     }
 
     double operator()(double gamma) const {
@@ -78,16 +81,15 @@ class PredictiveRisk {
         for (const Term& t : m_terms) {
             const double denominator = t.k2 + gamma * t.d2;
             const double h = denominator > 0 ? t.k2 / denominator : 1.0;
-            sum += (1 - h) * (1 - h) * t.power + 2 * m_noisePower * h;
+            sum += t.count * ((1 - h) * (1 - h) * t.power + 2 * m_noisePower * h);
         }
-        return sum / double(m_terms.size());
+        return sum;
     }
 
   private:
     struct Term {
-        double k2, d2, power;
+        double k2, d2, power, count;
     };
-    int m_side;
     double m_noisePower;
     std::vector<Term> m_terms;
 };
