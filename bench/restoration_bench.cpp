@@ -1,5 +1,6 @@
 #include "engine/deconvolve.h"
 #include "engine/plane_restorer.h"
+#include "literal_reference.h"
 
 #include <benchmark/benchmark.h>
 
@@ -17,6 +18,7 @@ namespace {
 
 using namespace clarovi;
 using engine::RestorationFilter;
+using reference::diskKernel;
 
 /// A blurred, noisy scene of overlapping disks: content on which the edge-preserving filter's
 /// gradient step does its usual share of work.
@@ -31,14 +33,6 @@ cv::Mat scene(cv::Size size, int diameter, int seed) {
     rng.fill(noise, cv::RNG::NORMAL, 0, 1.5);
     cv::Mat(blurred + noise).convertTo(out, CV_8U);
     return out;
-}
-
-/// A disk kernel on an odd canvas, as the window draws it, normalised to sum 1.
-cv::Mat diskKernel(int diameter) {
-    const int side = diameter + 3 - diameter % 2;
-    cv::Mat kernel = cv::Mat::zeros(side, side, CV_32F);
-    cv::circle(kernel, {side / 2, side / 2}, diameter / 2, cv::Scalar(1), cv::FILLED, cv::LINE_AA);
-    return kernel / cv::sum(kernel)[0];
 }
 
 engine::RestorationSettings settingsFor(RestorationFilter filter, const cv::Mat& plane,
@@ -84,17 +78,19 @@ void BM_RegularisedPrepared(benchmark::State& state) {
 }
 BENCHMARK(BM_RegularisedPrepared)->Unit(benchmark::kMillisecond)->UseRealTime();
 
-// Today's filter on the drag's copy, kernel spectrum included.
-void BM_DeconvolvePlaneDragStep(benchmark::State& state) {
-    const cv::Mat plane = scene(kPreview, 5, 1);
-    const cv::Mat kernel = diskKernel(5);
+// Today's filter at the drag's and the release preview's sizes, kernel spectrum included.
+void BM_DeconvolvePlane(benchmark::State& state) {
+    const bool preview = state.range(0) == 1024;
+    const cv::Mat plane = scene(preview ? kPreview : kWorking, preview ? 5 : 10, 1);
+    const cv::Mat kernel = diskKernel(preview ? 5 : 10);
     cv::Mat result;
     for (auto _ : state) {
         engine::deconvolvePlane(0.005, plane, result, kernel);
         benchmark::DoNotOptimize(result.data);
     }
+    state.counters["peak_MiB"] = peakMiB();
 }
-BENCHMARK(BM_DeconvolvePlaneDragStep)->Unit(benchmark::kMillisecond)->UseRealTime();
+BENCHMARK(BM_DeconvolvePlane)->Arg(1024)->Arg(2048)->Unit(benchmark::kMillisecond)->UseRealTime();
 
 // The release preview: one grey plane of the working copy, restorer made per release.
 void BM_EdgePreservingGrey(benchmark::State& state) {
@@ -109,18 +105,6 @@ void BM_EdgePreservingGrey(benchmark::State& state) {
     state.counters["peak_MiB"] = peakMiB();
 }
 BENCHMARK(BM_EdgePreservingGrey)->Arg(1)->Arg(2)->Unit(benchmark::kMillisecond)->UseRealTime();
-
-void BM_DeconvolvePlaneGrey(benchmark::State& state) {
-    const cv::Mat plane = scene(kWorking, 10, 2);
-    const cv::Mat kernel = diskKernel(10);
-    cv::Mat result;
-    for (auto _ : state) {
-        engine::deconvolvePlane(0.005, plane, result, kernel);
-        benchmark::DoNotOptimize(result.data);
-    }
-    state.counters["peak_MiB"] = peakMiB();
-}
-BENCHMARK(BM_DeconvolvePlaneGrey)->Unit(benchmark::kMillisecond)->UseRealTime();
 
 // Three colour planes sharing one restorer: two planes at once on their own threads, then the
 // third with both threads.
@@ -218,6 +202,28 @@ void BM_EdgePreservingExport24MP(benchmark::State& state) {
 BENCHMARK(BM_EdgePreservingExport24MP)
     ->Arg(1024)
     ->Arg(2048)
+    ->Iterations(1)
+    ->Unit(benchmark::kMillisecond)
+    ->UseRealTime();
+
+// The same photograph a whole plane at a time, on both threads: no overlap to restore twice.
+void BM_EdgePreservingExport24MPWholePlanes(benchmark::State& state) {
+    std::vector<cv::Mat> planes;
+    for (int c = 0; c < 3; ++c)
+        planes.push_back(scene(kFullSize, 29, 6 + c));
+    const cv::Mat kernel = diskKernel(29);
+    const auto settings = settingsFor(RestorationFilter::EdgePreserving, planes[1], 2);
+    for (auto _ : state) {
+        const engine::PlaneRestorer restorer(kernel, kFullSize, settings);
+        for (const cv::Mat& plane : planes) {
+            cv::Mat restored = restorer.restore(plane), eight;
+            restored.convertTo(eight, CV_8U);
+            benchmark::DoNotOptimize(eight.data);
+        }
+    }
+    state.counters["peak_MiB"] = peakMiB();
+}
+BENCHMARK(BM_EdgePreservingExport24MPWholePlanes)
     ->Iterations(1)
     ->Unit(benchmark::kMillisecond)
     ->UseRealTime();

@@ -2,6 +2,7 @@
 #include "engine/noise_estimate.h"
 #include "engine/plane_restorer.h"
 #include "hyper_laplacian_reference.h"
+#include "literal_reference.h"
 
 #include <gtest/gtest.h>
 
@@ -15,6 +16,7 @@ namespace {
 using namespace clarovi;
 using engine::PlaneRestorer;
 using engine::RestorationFilter;
+using reference::diskKernel;
 
 constexpr RestorationFilter kFilters[] = {
     RestorationFilter::Classic, RestorationFilter::Regularised, RestorationFilter::EdgePreserving};
@@ -37,13 +39,6 @@ cv::Mat edgeAndTextureScene(cv::Size size) {
         for (int x = patch.x; x < patch.br().x; ++x)
             scene.at<float>(y, x) = float(128 + 60 * std::sin(0.7 * x + 0.4 * y));
     return scene;
-}
-
-cv::Mat diskKernel(int diameter) {
-    const int side = diameter + 3 - diameter % 2;
-    cv::Mat k = cv::Mat::zeros(side, side, CV_32F);
-    cv::circle(k, {side / 2, side / 2}, diameter / 2, cv::Scalar(1), cv::FILLED, cv::LINE_AA);
-    return k / cv::sum(k)[0];
 }
 
 cv::Mat lineKernel(int length) {
