@@ -67,9 +67,16 @@ class PlaneRestorer {
 
     cv::Size planeSize() const;
 
-    /// How far, in pixels, a change of the input moves the output by more than 0.5 / 255 of full
-    /// scale: a tile restored with this margin on each side agrees with the whole plane on its
-    /// core. Depends on the kernel and settings only.
+    /// The margin, in pixels, a tile needs on each side for its core to agree with the
+    /// restoration of the whole plane: past it the filter's response to a unit impulse keeps at
+    /// most 0.005 of its energy's square root along either axis, so that what lies beyond moves
+    /// the core by at most 1/200 of how far the continuation there strays from the picture.
+    /// For the iterative filter it is that of its first x step, the least regularised, whose
+    /// influence the later steps carry on; tiles with this margin agreed with the whole plane
+    /// to 45 dB or better over disks of 6 to 24 pixels and a streak, noise 1 and 3, sharpness
+    /// 30 to 70. It grows faster than the kernel and with the sharpness: for the iterative
+    /// filter at the default, about 9 widths of a 6-pixel disk and 30 of a 24-pixel one.
+    /// Depends on the kernel and settings only; at most 2048.
     static int reach(const cv::Mat& kernel, const RestorationSettings& settings);
 
     struct Impl;
