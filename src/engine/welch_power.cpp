@@ -8,6 +8,7 @@
 #include <algorithm>
 #include <cmath>
 #include <stdexcept>
+#include <utility>
 #include <vector>
 
 namespace clarovi::engine {
@@ -47,6 +48,12 @@ double signalBand(const cv::Mat& logPower) {
     return std::min(0.5, 1.25 * edge / side);
 }
 
+/// Windows across and down a picture of the given size, one every side / 2 pixels.
+std::pair<int, int> windowCounts(cv::Size picture, int side) {
+    const int stride = side / 2;
+    return {(picture.width - side) / stride + 1, (picture.height - side) / stride + 1};
+}
+
 } // namespace
 
 std::vector<double> ringMeans(const cv::Mat& values) {
@@ -77,8 +84,10 @@ cv::Mat averagePowerSpectrum(const cv::Mat& grey, int side) {
     cv::Mat hann;
     cv::createHanningWindow(hann, {side, side}, CV_32F);
     const int stride = side / 2;
-    const int across = (grey.cols - side) / stride + 1;
-    const int down = (grey.rows - side) / stride + 1;
+    // Plain ints rather than a structured binding, which clang 14 cannot capture in a lambda.
+    const std::pair<int, int> counts = windowCounts(grey.size(), side);
+    const int across = counts.first;
+    const int down = counts.second;
     // One sum per row of windows, so that the rows run on several cores without sharing a sum.
     std::vector<cv::Mat> rowSums(static_cast<size_t>(down));
     cv::parallel_for_(cv::Range(0, down), [&](const cv::Range& rows) {
@@ -100,6 +109,14 @@ cv::Mat averagePowerSpectrum(const cv::Mat& grey, int side) {
     for (size_t i = 1; i < rowSums.size(); ++i)
         total += rowSums[i];
     return total;
+}
+
+cv::Mat powerSpectralDensity(const cv::Mat& grey, int side) {
+    const cv::Mat sum = averagePowerSpectrum(grey, side);
+    cv::Mat hann;
+    cv::createHanningWindow(hann, {side, side}, CV_32F);
+    const auto [across, down] = windowCounts(grey.size(), side);
+    return sum / (double(across) * down * cv::sum(hann.mul(hann))[0]);
 }
 
 SpectrumPicture logPowerPicture(const cv::Mat& power) {

@@ -13,6 +13,11 @@ namespace clarovi::engine {
 /// channel, any depth, at least side x side; side even and at least 2. Throws otherwise.
 cv::Mat averagePowerSpectrum(const cv::Mat& grey, int side);
 
+/// averagePowerSpectrum divided by the number of windows and the window's energy: the power
+/// spectral density per pixel, in the picture's units squared, so that white noise of variance v
+/// gives about v at every frequency. Same arguments and throws as averagePowerSpectrum.
+cv::Mat powerSpectralDensity(const cv::Mat& grey, int side);
+
 /// The mean of a square spectrum (CV_32F, zero frequency at (0, 0)) over each ring of whole-bin
 /// radius, from 0 to side / 2 (the last ring only partly inside).
 std::vector<double> ringMeans(const cv::Mat& values);
