@@ -40,10 +40,10 @@ void BM_Thumbnail(benchmark::State& state) {
     const cv::Mat small = clarovi::engine::CVGrayscaleMat(
         sample().scaled(512, 512, Qt::KeepAspectRatio, Qt::SmoothTransformation));
     const clarovi::jobs::Setting setting{
-        {clarovi::engine::BlurKind::OutOfFocus, double(state.range(0))}, kSearchSharpness};
+        {clarovi::engine::BlurKind::OutOfFocus, double(state.range(0))}};
     for (auto _ : state) {
         std::vector<cv::Mat> planes{small};
-        clarovi::jobs::restorePlanes(planes, setting, {0.25, 1});
+        clarovi::jobs::restorePlanes(planes, setting, {0.25, true, {}, 1});
         benchmark::DoNotOptimize(planes.front().data);
     }
 }

@@ -27,7 +27,7 @@ std::vector<cv::Mat> syntheticPicture(cv::Size size, int channels) {
     return planes;
 }
 
-const jobs::Setting kDiskOfLength10{{engine::BlurKind::OutOfFocus, 10}, 0.0035};
+const jobs::Setting kDiskOfLength10{{engine::BlurKind::OutOfFocus, 10}};
 
 void reportPeakResident(benchmark::State& state) {
     rusage usage{};
@@ -39,7 +39,9 @@ void fullSize(benchmark::State& state, cv::Size size, int channels) {
     const std::vector<cv::Mat> picture = syntheticPicture(size, channels);
     for (auto _ : state) {
         std::vector<cv::Mat> planes = picture;
-        jobs::restorePlanes(planes, kDiskOfLength10, {engine::workingScale(size)});
+        jobs::PlaneRecipe recipe;
+        recipe.scale = engine::workingScale(size);
+        jobs::restorePlanes(planes, kDiskOfLength10, recipe);
     }
     reportPeakResident(state);
 }

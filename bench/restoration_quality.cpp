@@ -42,19 +42,16 @@ struct Blur {
     bool motion;
 };
 
-// MakePsfD draws a streak along the diagonal of a square of side length: 17 / sqrt 2 gives 17
-// pixels; angle 45 is horizontal, so 15 turns it 30 degrees from there.
 const Blur kBlurs[] = {{"disk 4", 4.0f, 0.0, false},
                        {"disk 8", 8.0f, 0.0, false},
                        {"disk 16", 16.0f, 0.0, false},
-                       {"streak 17 at 30°", 17.0f / float(std::sqrt(2.0)), 15.0, true}};
+                       {"streak 17 at 30°", 17.0f, 30.0, true}};
 const double kNoise[] = {1.0, 3.0};
 
 cv::Mat kernelOf(const Blur& blur) {
-    const int side = 2 * int(std::ceil(blur.length * (blur.motion ? std::sqrt(2.0) : 1.0) / 2)) + 3;
-    const QImage psf =
-        engine::MakePsfD(blur.length, blur.angle, 1.0, false, blur.motion, QSize(side, side));
-    return *engine::normalizedKernel(engine::CVGrayscaleMat(psf));
+    const engine::BlurKind kind =
+        blur.motion ? engine::BlurKind::Motion : engine::BlurKind::OutOfFocus;
+    return engine::MakePsfD({kind, blur.length, blur.angle, 1.0}, 1.0);
 }
 
 /// The photograph in grey, its longer side kSide + 2 kMargin, on the 0..255 scale.

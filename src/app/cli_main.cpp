@@ -36,7 +36,8 @@ jobs::Setting settingOf(const app::CliOptions& options) {
         options.motion ? engine::BlurKind::Motion : engine::BlurKind::OutOfFocus;
     return {{kind, options.lengthOrInitial(), options.angle, options.widthOrInitial()},
             options.sharpness,
-            options.rgb};
+            options.rgb,
+            options.classic};
 }
 
 // The first computations of a fresh picture, in colour when asked for; or the live preview of

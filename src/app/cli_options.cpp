@@ -78,6 +78,10 @@ constexpr PlainOption kPlainOptions[] = {
      "photograph's).",
      "BITS"},
     {"quality", "Quality of a --full-size JPEG, 1 to 100 (95).", "Q"},
+    {"filter",
+     "The restoration filter: edge (the edge-preserving one, default) or classic (the "
+     "Wiener filter of earlier versions, for comparison).",
+     "NAME"},
     {"out-dir", "With --full-size: export every INPUT into DIR as <name>-restored.<ext>.", "DIR"},
     {"format", "With --out-dir: png, tif or jpg (default png).", "EXT"},
 };
@@ -163,7 +167,7 @@ CliParseResult parseCliOptions(const QStringList& arguments) {
                                           jobs::kWidthRange),
                              jobs::kWidthRange};
     const NumberOption sharpness{numberOption(QStringLiteral("sharpness"),
-                                              QStringLiteral("Sharpness mu"),
+                                              QStringLiteral("Sharpness, smoothest to crispest"),
                                               jobs::kSharpnessRange),
                                  jobs::kSharpnessRange};
     for (const NumberOption* number : {&length, &angle, &width, &sharpness})
@@ -207,6 +211,10 @@ CliParseResult parseCliOptions(const QStringList& arguments) {
     options.estimate = set("estimate");
     options.aroundEstimate = set("around-estimate");
     options.rgb = set("rgb");
+    const QString filter = parser.value(QStringLiteral("filter"));
+    if (set("filter") && filter != QLatin1String("edge") && filter != QLatin1String("classic"))
+        return refusal(QStringLiteral("--filter expects edge or classic, not \"%1\"").arg(filter));
+    options.classic = filter == QLatin1String("classic");
     error = estimateConflict(options, search || set("live") || set("full-size"),
                              set("length") || set("angle") || set("width"));
     if (!error.isEmpty())

@@ -25,6 +25,7 @@ struct CliOptions {
     bool estimate = false;       ///< print the estimated blur; restore with it when given OUTPUT
     bool aroundEstimate = false; ///< with --auto: search around the estimated blur
     bool rgb = false;
+    bool classic = false;        ///< --filter classic: the Wiener filter of earlier versions
     bool live = false;           ///< one live preview, as a drag step of a slider makes it
     bool verbose = false;        ///< print the program's log lines and what the decoders report
     QString autoDir;             ///< set for --auto: the folder the search's thumbnails go to

@@ -157,7 +157,7 @@ void AutoViewController::pick(const QModelIndex& index) {
         return;
     const autosearch::AutoResult& result = m_model.result(index.row());
     autosearch::Data& shared = autosearch::Data::getInstance();
-    shared.selected = {result.blur, autosearch::kSearchSharpness};
+    shared.selected = result.blur;
     shared.toPut = true;
     m_pickMade = true;
     close();

@@ -170,6 +170,7 @@ class MainWindow : public QMainWindow, public jobs::WindowPort, public autosearc
     QPushButton* m_previousButton = nullptr;
     QList<QAction*> m_pictureActions; ///< actions that need a picture and free controls
     QAction* m_estimateAction = nullptr;
+    QAction* m_classicAction = nullptr; ///< the classic filter instead of the default one
     QString m_openedPath;
     QPointer<QWidget> m_focusAfterJob;
     QImage m_inputShown; ///< the working picture before restoration

@@ -78,7 +78,14 @@ void MainWindow::buildPictureMenu() {
                                           m_panel->estimateBtn, &QToolButton::click);
     QAction* search = picture->addAction(tr("&Auto Search"), QKeySequence(tr("A")),
                                          m_panel->autobtn, &QPushButton::click);
-    m_pictureActions << motion << colour << search;
+    picture->addSeparator();
+    m_classicAction =
+        picture->addAction(tr("C&lassic Filter"), &m_sequences, &jobs::ControlSequences::settled);
+    m_classicAction->setObjectName(QStringLiteral("classicAction"));
+    m_classicAction->setCheckable(true);
+    m_classicAction->setToolTip(tr("Restore with the Wiener filter of earlier versions, which "
+                                   "rings at edges, to compare it with the default one"));
+    m_pictureActions << motion << colour << search << m_classicAction;
 }
 
 void MainWindow::buildViewMenu() {

@@ -37,7 +37,8 @@ jobs::Setting MainWindow::setting() const {
                                    m_panel->psfCountD->floatValue(),
                                    m_panel->psfAngle->floatValue(),
                                    m_panel->anglewidth->floatValue()};
-    return {blur, m_panel->muSlider->floatValue(), m_panel->rgbBtn->isChecked()};
+    return {blur, m_panel->muSlider->floatValue(), m_panel->rgbBtn->isChecked(),
+            m_classicAction->isChecked()};
 }
 
 // A disk leaves the angle and width sliders where they were, ready for motion mode.
@@ -50,6 +51,7 @@ void MainWindow::showSetting(const jobs::Setting& setting) {
     }
     m_panel->muSlider->setFloatValue(float(setting.sharpness));
     m_panel->rgbBtn->setChecked(setting.colour);
+    m_classicAction->setChecked(setting.classic);
 }
 
 void MainWindow::lockEverything() {

@@ -101,9 +101,10 @@ void SidePanel::addSettings(QVBoxLayout* column) {
     anglewidth = addField("anglewidth", jobs::kWidthRange, tr("PSF Width"), 2,
                           tr("The thickness of the streak in the same pixels (motion blur only); "
                              "under 1 it is a one-pixel line."));
-    muSlider = addField("muSlider", jobs::kSharpnessRange, tr("Sharpness"), 5,
-                        tr("How hard the restoration sharpens: higher is sharper, with more "
-                           "noise and ringing."));
+    muSlider = addField("muSlider", jobs::kSharpnessRange, tr("Sharpness"), 1,
+                        tr("Detail against noise: 0 gives the smoothest picture, 100 the "
+                           "crispest. At 50 the restoration suits the noise it measures in the "
+                           "photograph; every 10 either way halves or doubles its smoothing."));
 }
 
 QPushButton* SidePanel::addButton(const QString& text, const char* name, const QString& tip) {

@@ -2,6 +2,7 @@
 
 #include "data.h"
 #include "engine/blur.h"
+#include "engine/plane_restorer.h"
 #include "jobs/setting.h"
 
 #include <QImage>
@@ -14,15 +15,14 @@
 
 namespace clarovi::autosearch {
 
-/// The sharpness every thumbnail is restored with, whatever the sharpness slider says.
-inline constexpr double kSearchSharpness = 0.0035;
 /// The longer side of the copy of the photograph the thumbnails are restored from.
 inline constexpr int kThumbnailSide = 512;
 
 /// What the search reads, copied on the main thread when a run starts.
 struct SearchInput {
     QImage previewSourceImage; ///< the preview copy, the photograph at its own aspect
-    /// The controls' setting: the kind of blur searched, and a streak's width.
+    /// The controls' setting: the kind of blur searched, a streak's width, the sharpness and the
+    /// filter every thumbnail is restored with.
     jobs::Setting setting;
     /// Set: search finely around this blur (of the setting's kind) instead of over the grid.
     std::optional<engine::BlurOnPhoto> around;
@@ -44,7 +44,8 @@ using Restoration = std::function<QImage(const engine::BlurOnPhoto& blur)>;
 /// 512) restored for every blur of a fixed grid (41 disk diameters from 2 to 82; 42 streak angles
 /// across the half turn x 23 lengths from 4 to 92), or, around an estimated blur, for every blur
 /// near it (lengths from 0.7 to 1.3 times its own, half a pixel apart for a disk and a pixel for
-/// a streak, angles within 6 degrees a degree apart), each with a fixed sharpness, each scored.
+/// a streak, angles within 6 degrees a degree apart), each with the controls' sharpness, each
+/// restored in one quick pass and scored.
 /// Runs on a worker thread on its own copy of what it reads.
 class AutoSearch {
   public:
@@ -79,6 +80,7 @@ class AutoSearch {
 
     SearchInput m_input;
     cv::Mat m_smallGrey; ///< the small copy's grey plane: the same for every step
+    engine::PictureStatistics m_statistics; ///< the small copy's noise and spectrum
     Restoration m_restore;
     QThreadPool m_pool; ///< restores the blurs of a step side by side, for the whole search
 };

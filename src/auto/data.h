@@ -27,7 +27,7 @@ class Data {
     static Data& getInstance();
 
     std::vector<AutoResult> arrayOfData; ///< the latest search's results, in search order
-    jobs::Setting selected;              ///< the picked setting, sharpness included
+    engine::BlurOnPhoto selected;        ///< the picked thumbnail's blur
     std::atomic<bool> toPut{false};      ///< a pick waits to be applied
 
     Data(const Data&) = delete;

@@ -124,11 +124,11 @@ void ControlSequences::showAndRestore(const Setting& setting) {
     m_restored = setting;
 }
 
-// The picked setting is the thumbnail's, sharpness included, so that the main view restores as
-// the thumbnail did; colour stays as the controls have it.
-void ControlSequences::applyPick(Setting picked) {
-    picked.colour = m_window.setting().colour;
-    m_window.showSetting(picked);
+// The thumbnails were restored with the controls' sharpness and filter: only the blur changes.
+void ControlSequences::applyPick(const engine::BlurOnPhoto& picked) {
+    Setting setting = m_window.setting();
+    setting.blur = picked;
+    m_window.showSetting(setting);
     release(0);
 }
 

@@ -55,9 +55,9 @@ class ControlSequences : public QObject {
     void movedSwitch() { release(0); }
     void colorize() { release(0); }
 
-    /// A setting picked in the gallery goes to the controls, in the colour they are set to, and
-    /// is restored.
-    void applyPick(Setting picked);
+    /// A blur picked in the gallery goes to the controls and is restored with their sharpness and
+    /// colour, as its thumbnail was.
+    void applyPick(const engine::BlurOnPhoto& picked);
     /// A blur found in the picture: the mode switch and the sliders move to it, it is kept for
     /// the auto search, and the preview restores at once.
     void applyEstimate(const EstimatedSetting& found);

@@ -28,6 +28,8 @@ void ControllerState::installPicture(const QImage& photo) {
         engine::imageWithImage(sourceImage, reducedToLongerSide(photoSize, kPreviewSide));
     workingGrey = engine::CVGrayscaleMat(sourceImage);
     previewGrey = engine::CVGrayscaleMat(previewSourceImage);
+    workingStatistics = engine::measurePicture(workingGrey);
+    previewStatistics = engine::measurePicture(previewGrey);
     const QSize analysed = scaledToLongerSide(photoSize, engine::kWorkingSide);
     analysisGrey = workingGrey;
     if (analysed != sourceImage.size())

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "engine/blur.h"
+#include "engine/plane_restorer.h"
 
 #include <QImage>
 #include <QSize>
@@ -36,6 +37,9 @@ struct ControllerState {
     /// smaller), whose pixels are working pixels: what the spectrum and the blur estimate read.
     cv::Mat analysisGrey;
     QSize photoSize; ///< the photograph's own size, in its pixels
+    /// The grey working and preview copies' noise and spectrum, which set the filters' weights.
+    engine::PictureStatistics workingStatistics;
+    engine::PictureStatistics previewStatistics;
 
     QImage resultImage;        ///< the last restored picture
     QImage spectrumImage;      ///< the photograph's spectrum, shown beside the result

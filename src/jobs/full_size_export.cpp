@@ -41,7 +41,9 @@ bool restorePicture(QImage& picture, const Setting& setting, const JobControl& c
     cv::split(pixels, planes);
     const bool colour = planes.size() == 4;
     std::vector<cv::Mat> restored(planes.begin(), planes.begin() + (colour ? 3 : 1));
-    if (!restorePlanes(restored, setting, {engine::workingScale(pixels.size()), 0}, control))
+    PlaneRecipe recipe;
+    recipe.scale = engine::workingScale(pixels.size());
+    if (!restorePlanes(restored, setting, recipe, control))
         return false;
     std::copy(restored.begin(), restored.end(), planes.begin());
     cv::merge(planes, pixels);

@@ -1,7 +1,6 @@
 #include "plane_recipe.h"
 
 #include "engine/psf.h"
-#include "engine/restoration.h"
 
 #include <QThread>
 #include <QThreadPool>
@@ -50,25 +49,36 @@ void checkPlanes(const std::vector<cv::Mat>& planes) {
     }
 }
 
+/// The restoration of a copy's planes: one restorer (the copy's statistics set the weights) and
+/// the tiles of each plane.
+struct PlaneWork {
+    engine::RestorationSettings settings;
+    std::vector<Tile> tiles;
+    std::unique_ptr<engine::PlaneRestorer> restorer;
+};
+
 /// Hands out every tile of every plane to the workers and keeps what they report.
 class TileRun {
   public:
     TileRun(const std::vector<cv::Mat>& sources, std::vector<cv::Mat>& outputs,
-            const std::vector<Tile>& tiles, const engine::PlaneRestorer& restorer,
-            const JobControl& control)
-        : m_sources(sources), m_outputs(outputs), m_tiles(tiles), m_restorer(restorer),
-          m_control(control), m_total(int(sources.size() * tiles.size())) {}
+            const PlaneWork& work, const JobControl& control)
+        : m_sources(sources), m_outputs(outputs), m_work(work), m_control(control) {
+        for (size_t p = 0; p < sources.size(); ++p)
+            for (size_t t = 0; t < work.tiles.size(); ++t)
+                m_items.emplace_back(p, t);
+    }
+
+    int count() const { return int(m_items.size()); }
 
     /// Restores tiles until none is left, the run is cancelled or a tile failed.
     void work() {
         try {
-            for (int k = m_next++; k < m_total && !m_stop; k = m_next++) {
-                if (m_control.cancelled && m_control.cancelled()) {
+            for (int k = m_next++; k < count() && !m_stop; k = m_next++) {
+                if (!restoreTile(k)) {
                     m_cancelled = true;
                     m_stop = true;
                     return;
                 }
-                restoreTile(k);
                 reportTileDone();
             }
         } catch (const std::exception&) {
@@ -86,13 +96,21 @@ class TileRun {
     }
 
   private:
-    void restoreTile(int k) {
-        const Tile& tile = m_tiles[size_t(k) % m_tiles.size()];
-        const size_t plane = size_t(k) / m_tiles.size();
-        const cv::Mat restored = m_restorer.restore(m_sources[plane](tile.restored));
+    bool cancelled() const { return m_control.cancelled && m_control.cancelled(); }
+
+    bool restoreTile(int k) {
+        const auto [plane, index] = m_items[size_t(k)];
+        const Tile& tile = m_work.tiles[index];
+        if (cancelled())
+            return false;
+        const cv::Mat restored = m_work.restorer->restore(m_sources[plane](tile.restored),
+                                                          [this] { return cancelled(); });
+        if (restored.empty())
+            return false;
         cv::Mat target = m_outputs[plane](tile.core);
         // convertTo rounds and saturates to the plane's depth; nothing is rescaled.
         restored(tile.core - tile.restored.tl()).convertTo(target, m_sources[plane].type());
+        return true;
     }
 
     /// One call at a time, so that what a caller shows never goes back.
@@ -100,15 +118,14 @@ class TileRun {
         const std::lock_guard lock(m_progressMutex);
         ++m_done;
         if (m_control.progress)
-            m_control.progress(double(m_done) / m_total);
+            m_control.progress(double(m_done) / count());
     }
 
     const std::vector<cv::Mat>& m_sources;
     std::vector<cv::Mat>& m_outputs;
-    const std::vector<Tile>& m_tiles;
-    const engine::PlaneRestorer& m_restorer;
+    const PlaneWork& m_work;
     const JobControl& m_control;
-    const int m_total;
+    std::vector<std::pair<size_t, size_t>> m_items; ///< plane, tile
     std::atomic<int> m_next{0};
     std::mutex m_progressMutex;
     int m_done = 0;
@@ -118,14 +135,64 @@ class TileRun {
     std::exception_ptr m_error;
 };
 
+/// The statistics of a copy: measured on the luminance of its colours (red, green, blue), or on
+/// its one grey plane, never colour by colour. Every colour then gets the same smoothing, so that
+/// an edge keeps its hue (colours smoothed apart leave fringes) and a grey picture restored in
+/// colour is its grey restoration. Only the centre measurePicture looks at is combined.
+engine::PictureStatistics measureCopy(const std::vector<cv::Mat>& planes) {
+    const cv::Size size = planes.front().size();
+    const cv::Size centre(std::min(size.width, 2048), std::min(size.height, 2048));
+    const cv::Rect middle(
+        cv::Point((size.width - centre.width) / 2, (size.height - centre.height) / 2), centre);
+    if (planes.size() < 3)
+        return engine::measurePicture(planes.front()(middle));
+    cv::Mat luminance(centre, CV_32F, cv::Scalar(0));
+    const double weights[3] = {0.299, 0.587, 0.114};
+    for (int c = 0; c < 3; ++c)
+        cv::scaleAdd(cv::Mat_<float>(planes[size_t(c)](middle)), weights[c], luminance, luminance);
+    return engine::measurePicture(luminance);
+}
+
+/// The settings, reach and tiles every plane shares; then, the number of pieces known, how many
+/// threads one restoration gets of its own (all of them for a single piece, one when pieces run
+/// side by side), and the one restorer all pieces share.
+PlaneWork planWork(const std::vector<cv::Mat>& planes, const cv::Mat& kernel,
+                   const Setting& setting, const PlaneRecipe& recipe, int threads) {
+    const engine::PictureStatistics statistics =
+        recipe.statistics ? *recipe.statistics : measureCopy(planes);
+    PlaneWork work{restorationSettings(setting, recipe, statistics), {}, {}};
+    // The reach is measured only when the plane is tiled: it costs more than a small
+    // restoration, and a search restores a thousand thumbnails whole.
+    const cv::Size size = planes.front().size();
+    const bool whole = qint64(size.width) * size.height <= recipe.wholeUpTo;
+    work.tiles =
+        tilesOf(size, whole ? 0 : engine::PlaneRestorer::reach(kernel, work.settings), recipe);
+    const size_t pieces = work.tiles.size() * planes.size();
+    work.settings.threads = std::max(1, threads / int(pieces));
+    work.restorer = std::make_unique<engine::PlaneRestorer>(
+        kernel, work.tiles.front().restored.size(), work.settings);
+    return work;
+}
+
 } // namespace
 
-std::vector<Tile> tilesOf(cv::Size plane, int kernelSide, int tileCore) {
-    if (tileCore < 1)
-        throw std::invalid_argument("tilesOf: a tile's core must hold a pixel");
-    const int reach = engine::PlaneRestorer::reach({kernelSide, kernelSide});
-    const AxisTiles x = axisTiles(plane.width, reach, tileCore),
-                    y = axisTiles(plane.height, reach, tileCore);
+engine::RestorationSettings restorationSettings(const Setting& setting, const PlaneRecipe& recipe,
+                                                const engine::PictureStatistics& statistics) {
+    using engine::RestorationFilter;
+    const RestorationFilter filter = setting.classic ? RestorationFilter::Classic
+                                     : recipe.quick  ? RestorationFilter::Regularised
+                                                     : RestorationFilter::EdgePreserving;
+    return {filter, setting.sharpness, statistics, 1};
+}
+
+std::vector<Tile> tilesOf(cv::Size plane, int reach, const PlaneRecipe& recipe) {
+    const cv::Rect whole(cv::Point(), plane);
+    if (qint64(plane.width) * plane.height <= recipe.wholeUpTo)
+        return {{whole, whole}};
+    // A core of at least twice the reach, so that the overlap is no more than the core.
+    const int core = std::max({recipe.tileCore, 2 * reach, 1});
+    const AxisTiles x = axisTiles(plane.width, reach, core),
+                    y = axisTiles(plane.height, reach, core);
     std::vector<Tile> tiles;
     for (size_t j = 0; j < y.cores.size(); ++j)
         for (size_t i = 0; i < x.cores.size(); ++i) {
@@ -141,21 +208,17 @@ bool restorePlanes(std::vector<cv::Mat>& planes, const Setting& setting, const P
     if (planes.empty() || planes.front().empty())
         return true;
     checkPlanes(planes);
-    const cv::Mat kernel = engine::MakePsfD(setting.blur, recipe.scale);
-    const std::vector<Tile> tiles =
-        tilesOf(planes.front().size(), std::max(kernel.rows, kernel.cols), recipe.tileCore);
-    const engine::PlaneRestorer restorer(kernel, tiles.front().restored.size(),
-                                         {setting.sharpness});
+    const int threads = recipe.threads > 0 ? recipe.threads : QThread::idealThreadCount();
+    const PlaneWork work =
+        planWork(planes, engine::MakePsfD(setting.blur, recipe.scale), setting, recipe, threads);
     std::vector<cv::Mat> outputs;
     for (const cv::Mat& plane : planes)
         outputs.emplace_back(plane.size(), plane.type());
 
-    TileRun run(planes, outputs, tiles, restorer, control);
-    const int threads = recipe.threads > 0 ? recipe.threads : QThread::idealThreadCount();
-    const int items = int(planes.size() * tiles.size());
+    TileRun run(planes, outputs, work, control);
     // A pool of its own: the caller may itself be running on the global pool.
     QThreadPool pool;
-    for (int h = 1; h < std::min(threads, items); ++h)
+    for (int h = 1; h < std::min(threads, run.count()); ++h)
         pool.start([&run] { run.work(); });
     run.work();
     pool.waitForDone();

@@ -1,10 +1,12 @@
 #pragma once
 
+#include "engine/plane_restorer.h"
 #include "setting.h"
 
 #include <opencv2/core.hpp>
 
 #include <functional>
+#include <optional>
 #include <vector>
 
 namespace clarovi::jobs {
@@ -23,10 +25,18 @@ struct PlaneRecipe {
     /// Pixels of the planes per working pixel (engine::workingScale of the copy): the blur set on
     /// the photograph is drawn at this scale.
     double scale = 1.0;
+    /// One quick pass (the live preview, the thumbnails) rather than the full, edge-preserving
+    /// restoration; the classic filter when the setting asks for it either way.
+    bool quick = false;
+    /// What the copy is like at this scale (its noise and spectrum), which sets the filter's
+    /// weights; when not given, measured on the planes' luminance (red, green, blue in that
+    /// order) or on the one grey plane.
+    std::optional<engine::PictureStatistics> statistics;
     /// Threads the planes and their tiles are restored on; 0 for as many as the machine has.
     int threads = 0;
-    /// The side of a tile's core: a plane no larger than a core and the overlap it needs is
-    /// restored whole. 2048 restores a working copy whole and keeps a tile's buffers near 150 MiB.
+    /// Planes of at most this many pixels are restored whole; larger ones in tiles whose cores
+    /// are at least this many pixels across, each tile with the filter's reach on every side.
+    qint64 wholeUpTo = 36'000'000;
     int tileCore = 2048;
 };
 
@@ -40,13 +50,17 @@ struct PlaneRecipe {
 bool restorePlanes(std::vector<cv::Mat>& planes, const Setting& setting, const PlaneRecipe& recipe,
                    const JobControl& control = {});
 
-/// The tiles a plane of this size is restored in when its kernel is kernelSide pixels across:
-/// each tile's core (which together cover the plane once) and the rectangle restored for it, all
-/// of one size.
+/// The filter's settings for setting as recipe restores it, with these statistics.
+engine::RestorationSettings restorationSettings(const Setting& setting, const PlaneRecipe& recipe,
+                                                const engine::PictureStatistics& statistics);
+
+/// The tiles a plane of this size is restored in when the filter reaches reach pixels: each
+/// tile's core (which together cover the plane once) and the rectangle restored for it, all of
+/// one size; the whole plane as one tile when recipe says so.
 struct Tile {
     cv::Rect core;
     cv::Rect restored;
 };
-std::vector<Tile> tilesOf(cv::Size plane, int kernelSide, int tileCore);
+std::vector<Tile> tilesOf(cv::Size plane, int reach, const PlaneRecipe& recipe);
 
 } // namespace clarovi::jobs

@@ -63,14 +63,18 @@ QImage RestorationJobs::restoredGrey(const cv::Mat& grey, const Setting& setting
 void RestorationJobs::dragPreview(const Setting& setting) {
     wholePictureJob("live preview", setting, true, [&] {
         const cv::Mat& grey = m_state.previewGrey;
-        return restoredGrey(grey, setting, {engine::workingScale(grey.size()), kDragThreads});
+        return restoredGrey(
+            grey, setting,
+            {engine::workingScale(grey.size()), true, m_state.previewStatistics, kDragThreads});
     });
 }
 
 void RestorationJobs::auxTrueNoMultithread(const Setting& setting) {
     wholePictureJob("restoration", setting, false, [&] {
         const cv::Mat& grey = m_state.workingGrey;
-        const QImage restored = restoredGrey(grey, setting, {engine::workingScale(grey.size()), 0});
+        const QImage restored =
+            restoredGrey(grey, setting,
+                         {engine::workingScale(grey.size()), false, m_state.workingStatistics, 0});
         logRestored(restored);
         return restored;
     });
@@ -81,7 +85,8 @@ QImage RestorationJobs::restoredColour(const Setting& setting) {
     std::array<cv::Mat, 4> bgrx;
     cv::split(engine::CVMat(m_state.sourceImage), bgrx.data());
     std::vector<cv::Mat> planes{bgrx[2], bgrx[1], bgrx[0]};
-    restorePlanes(planes, setting, {engine::workingScale(planes.front().size()), 0});
+    restorePlanes(planes, setting,
+                  {engine::workingScale(planes.front().size()), false, m_state.workingStatistics});
     planes.push_back(bgrx[3]);
     cv::Mat rgbx;
     cv::merge(planes, rgbx);

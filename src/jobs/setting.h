@@ -14,7 +14,8 @@ struct Setting {
     engine::BlurOnPhoto blur{engine::BlurKind::OutOfFocus, kLengthRange.initial,
                              kAngleRange.initial, kWidthRange.initial};
     double sharpness = kSharpnessRange.initial;
-    bool colour = false; ///< full restorations in colour; the live preview stays grey
+    bool colour = false;  ///< full restorations in colour; the live preview stays grey
+    bool classic = false; ///< the Wiener filter of earlier versions, for comparison
 
     bool motion() const { return blur.kind == engine::BlurKind::Motion; }
     bool operator==(const Setting&) const = default;

@@ -100,8 +100,8 @@ TEST_F(GalleryTest, ClosingTheGalleryKeepsTheProgramAndTheSettings) {
     }
 }
 
-// A click only chooses; a double click picks: the setting goes to the controls, sharpness
-// included, and is restored at once, grey as the colour switch is.
+// A click only chooses; a double click picks: the blur goes to the controls and is restored at
+// once with their sharpness (the thumbnails'), grey as the colour switch is.
 TEST_F(GalleryTest, ADoubleClickPicksTheTileAndRestoresIt) {
     QTest::keyClick(window.get(), Qt::Key_M);
     ASSERT_TRUE(waitFor([this] { return idle(); }));
@@ -118,7 +118,7 @@ TEST_F(GalleryTest, ADoubleClickPicksTheTileAndRestoresIt) {
     ASSERT_TRUE(waitFor([this] { return !gallery() && idle(); }));
     EXPECT_FLOAT_EQ(slider("psfCountD")->floatValue(), 4.0f);
     EXPECT_NEAR(slider("psfAngle")->floatValue(), -85.7f, 0.05f);
-    EXPECT_FLOAT_EQ(slider("muSlider")->floatValue(), 0.0035f) << "the thumbnail's sharpness";
+    EXPECT_FLOAT_EQ(slider("muSlider")->floatValue(), 50.0f) << "the thumbnails' sharpness";
     EXPECT_EQ(restorations(), before + 1);
     EXPECT_TRUE(shown().isGrayscale());
 }

@@ -183,7 +183,7 @@ TEST_F(MainWindowTest, ANewPhotographStartsFreshAndOffersThePreviousSetting) {
     openSample(plain);
     QTest::keyClick(window.get(), Qt::Key_M);
     slider("psfCountD")->setFloatValue(50);
-    slider("muSlider")->setFloatValue(0.005f);
+    slider("muSlider")->setFloatValue(62.5f);
     ASSERT_TRUE(waitFor([this] { return idle(); }));
     for (int click = 0; click < 2; ++click) { // out of focus at 50, then motion again
         QTest::mouseClick(outlet("movedSw"), Qt::LeftButton);
@@ -192,7 +192,7 @@ TEST_F(MainWindowTest, ANewPhotographStartsFreshAndOffersThePreviousSetting) {
     openSample(plain);
     EXPECT_FLOAT_EQ(slider("psfCountD")->floatValue(), clarovi::jobs::kLengthRange.initial);
     EXPECT_TRUE(window->setting().motion()) << "the last mode";
-    EXPECT_FLOAT_EQ(slider("muSlider")->floatValue(), 0.005f) << "the last sharpness";
+    EXPECT_FLOAT_EQ(slider("muSlider")->floatValue(), 62.5f) << "the last sharpness";
     auto* previous = outlet<QPushButton>("previousBtn");
     ASSERT_TRUE(previous->isVisible());
     QTest::mouseClick(previous, Qt::LeftButton);

@@ -37,11 +37,11 @@ TEST(CliOptions, StartsAtTheSliderValuesAndReadsEveryOption) {
 
     // Every option, each at one end of its range; then the other ends.
     const CliParseResult all = parse({"--motion", "--length", "1", "--angle", "90", "--width", "5",
-                                      "--sharpness=0.002", "--rgb", "in.jpg", "out"});
+                                      "--sharpness=0", "--rgb", "in.jpg", "out"});
     ASSERT_EQ(all.outcome, Outcome::Run) << all.message.toStdString();
-    EXPECT_EQ(valuesOf(all.options), std::tuple(true, true, false, std::optional(1.0f), 90.0f,
-                                                std::optional(5.0f), 0.002f));
-    for (const char* end : {"--length=100", "--angle=-90", "--width=0.1", "--sharpness=0.008"})
+    EXPECT_EQ(valuesOf(all.options),
+              std::tuple(true, true, false, std::optional(1.0f), 90.0f, std::optional(5.0f), 0.0f));
+    for (const char* end : {"--length=100", "--angle=-90", "--width=0.1", "--sharpness=100"})
         EXPECT_EQ(parse({end, "a", "b"}).outcome, Outcome::Run) << end;
     EXPECT_EQ(parse({"--help"}).outcome, Outcome::Help);
 }
@@ -50,7 +50,8 @@ TEST(CliOptions, RefusesWithAReason) {
     const std::pair<QStringList, const char*> cases[] = {
         {{"--length", "150", "a", "b"}, "--length 150 is outside 1 to 100"},
         {{"--width", "0.09", "a", "b"}, "--width 0.09 is outside 0.1 to 5"},
-        {{"--sharpness", "0.0081", "a", "b"}, "--sharpness 0.0081 is outside 0.002 to 0.008"},
+        {{"--sharpness", "100.5", "a", "b"}, "--sharpness 100.5 is outside 0 to 100"},
+        {{"--filter", "soft", "a", "b"}, "--filter expects edge or classic"},
         {{"--length", "12px", "a", "b"}, "--length expects a number"},
         {{"--width", "nan", "a", "b"}, "--width expects a number"},
         {{"a", "b", "c"}, "expected INPUT and OUTPUT, got 3"},

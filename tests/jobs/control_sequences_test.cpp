@@ -10,7 +10,7 @@ namespace jobs = clarovi::jobs;
 namespace {
 
 jobs::Setting streak(double length, bool colour = false) {
-    return {{engine::BlurKind::Motion, length, 30, 1}, 0.0035, colour};
+    return {{engine::BlurKind::Motion, length, 30, 1}, 50, colour};
 }
 
 /// The controls set to setting, then left alone: its restoration, shown.
@@ -56,7 +56,7 @@ TEST(ControlSequences, ColourModeHoldsForEveryFullRestoration) {
     OpenedPicture opened(scenePicture(500, 300));
     settle(opened, streak(10, true));
     EXPECT_FALSE(opened.window.shown.isGrayscale());
-    opened.sequences.applyPick({{engine::BlurKind::OutOfFocus, 14}, 0.0035, false});
+    opened.sequences.applyPick({engine::BlurKind::OutOfFocus, 14});
     EXPECT_FALSE(opened.window.shown.isGrayscale());
     EXPECT_TRUE(opened.window.controls.colour);
     jobs::EstimatedSetting found;
@@ -73,7 +73,7 @@ TEST(ControlSequences, ANewPhotographStartsFreshAndOffersThePreviousSetting) {
     OpenedPicture opened(scenePicture(500, 300));
     settle(opened, streak(40));
     settle(opened, streak(44));
-    const jobs::Setting start{{engine::BlurKind::OutOfFocus, 10}, 0.0035, false};
+    const jobs::Setting start{{engine::BlurKind::OutOfFocus, 10}, 45, false};
     opened.sequences.pickImg(scenePicture(300, 500), start);
     EXPECT_EQ(opened.window.controls, start);
     EXPECT_EQ(opened.sequences.history().count(), 0);

@@ -9,6 +9,7 @@
 using namespace clarovi;
 using jobs::PlaneRecipe;
 using jobs::Setting;
+using jobs::Tile;
 
 namespace {
 
@@ -34,8 +35,9 @@ struct TileCase {
 
 class TiledRestoration : public ::testing::TestWithParam<TileCase> {};
 
-// Restored in small tiles, a blurred plane comes out as restored whole: no tile boundary shows.
-// Longer blurs reach across a whole working copy and are restored whole.
+// Restored in small tiles, a blurred plane comes out as restored whole, within a grey level
+// nearly everywhere: no tile boundary shows.
+// The blurs are short so that the filter's reach leaves room for several tiles on the plane.
 TEST_P(TiledRestoration, JoinsAsTheWholePlane) {
     const auto& [blur, scale, depth] = GetParam();
     const cv::Mat kernel = engine::MakePsfD(blur, scale);
@@ -43,22 +45,33 @@ TEST_P(TiledRestoration, JoinsAsTheWholePlane) {
     if (depth == CV_16U)
         plane.convertTo(plane, CV_16U, 257.0);
     const Setting setting{blur, jobs::kSharpnessRange.initial};
-    const cv::Mat whole = restored(plane, setting, {scale, 2, 1 << 20});
-    const PlaneRecipe tiled{scale, 2, 300};
-    ASSERT_GT(jobs::tilesOf(plane.size(), kernel.cols, tiled.tileCore).size(), 3u);
+    PlaneRecipe whole{scale, false, {}, 2};
+    PlaneRecipe tiled = whole;
+    tiled.wholeUpTo = 0;
+    tiled.tileCore = 300;
+    const int reach = engine::PlaneRestorer::reach(
+        kernel, jobs::restorationSettings(setting, tiled, engine::measurePicture(plane)));
+    ASSERT_GT(jobs::tilesOf(plane.size(), reach, tiled).size(), 3u);
+    const cv::Mat wholePlane = restored(plane, setting, whole);
     const cv::Mat pieces = restored(plane, setting, tiled);
     const double full = depth == CV_16U ? 65535.0 : 255.0;
     // Within a grey level of 8 bits anywhere (a step at a boundary would exceed it), and far
     // closer on the whole.
-    EXPECT_LE(cv::norm(whole, pieces, cv::NORM_INF), full / 255.0);
-    EXPECT_GT(cv::PSNR(whole, pieces, full), 60.0);
+    cv::Mat difference;
+    cv::absdiff(wholePlane, pieces, difference);
+    const double stray = cv::countNonZero(difference > full / 255.0) / double(plane.total());
+    // The edge-preserving pass keeps or drops a faint gradient by a threshold, so a pixel here
+    // and there comes out differently; tiles with too little overlap stray far more (42 dB or
+    // less, 5 % or more of the pixels).
+    EXPECT_GT(cv::PSNR(wholePlane, pieces, full), 48.0);
+    EXPECT_LT(stray, 0.04);
 }
 
 INSTANTIATE_TEST_SUITE_P(
-    LongestBlurs, TiledRestoration,
-    ::testing::Values(TileCase{{engine::BlurKind::OutOfFocus, 100, 0, 1}, 0.5, CV_8U},
-                      TileCase{{engine::BlurKind::Motion, 100, 35, 1}, 0.5, CV_16U},
-                      TileCase{{engine::BlurKind::Motion, 16, -80, 3}, 2.5, CV_8U}),
+    ShortBlurs, TiledRestoration,
+    ::testing::Values(TileCase{{engine::BlurKind::OutOfFocus, 12, 0, 1}, 0.5, CV_8U},
+                      TileCase{{engine::BlurKind::Motion, 14, 35, 1}, 0.5, CV_16U},
+                      TileCase{{engine::BlurKind::Motion, 5, -80, 3}, 1.5, CV_8U}),
     [](const ::testing::TestParamInfo<TileCase>& param) {
         return std::string(param.param.depth == CV_8U ? "eightBit" : "sixteenBit") +
                std::to_string(param.index);
@@ -73,7 +86,7 @@ TEST(PlaneRecipe, RestoresWithoutShifting) {
           engine::BlurOnPhoto{engine::BlurKind::Motion, 14, 60}}) {
         const cv::Mat blurred =
             clarovi::testing::blurredWithNoise(sharp, engine::MakePsfD(blur, 1.0), 0.5);
-        const cv::Mat back = restored(blurred, {blur, 0.002}, {1.0, 1});
+        const cv::Mat back = restored(blurred, {blur, 60}, {1.0, false, {}, 1});
         const cv::Rect inner(20, 20, 360, 260);
         const auto errorAt = [&](int dx, int dy) {
             return cv::norm(back(inner + cv::Point(dx, dy)), sharp(inner), cv::NORM_L2);
@@ -86,7 +99,7 @@ TEST(PlaneRecipe, RestoresWithoutShifting) {
 
 // Empty and 1 x 1 planes, and cancelling before the first tile: defined, nothing half done.
 TEST(PlaneRecipe, DegenerateInputsAndCancelling) {
-    const Setting setting{{engine::BlurKind::OutOfFocus, 30}, 0.0035};
+    const Setting setting{{engine::BlurKind::OutOfFocus, 30}};
     std::vector<cv::Mat> none;
     EXPECT_TRUE(jobs::restorePlanes(none, setting, {}));
     const cv::Mat dot(1, 1, CV_8U, cv::Scalar(77));

@@ -136,7 +136,9 @@ TEST(PreviewJob, WhatCannotBeRestoredKeepsWhatIsShownAndUnlocks) {
 
 // The colour restoration restores each colour as the grey one restores grey.
 TEST(ColourJob, RestoresEachColourAsTheGreyPlane) {
-    OpenedPicture opened(scenePicture(700, 500));
+    cv::Mat bgrx = engine::CVMat(scenePicture(700, 500));
+    bgrx = clarovi::testing::blurredWithNoise(bgrx, engine::MakePsfD(disk(14).blur, 1.0), 1.0);
+    OpenedPicture opened(engine::imageWithCVMat(bgrx));
     opened.jobs.auxFalse(disk(14));
     const QImage colour = opened.window.shown;
     opened.jobs.auxTrueNoMultithread(disk(14));
