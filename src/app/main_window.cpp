@@ -547,12 +547,14 @@ void MainWindow::applyPick() {
     shared.toPut = false;
 }
 
+// Save writes the main view's picture, at the working size: "<name>-preview.png", so that it
+// never takes the name the full-size export proposes for the restored photograph itself.
 QString MainWindow::proposedSavePath() const {
     const QFileInfo opened(m_openedPath);
     QString folder = m_settings.value(QLatin1String(kSaveFolderKey)).toString();
     if (folder.isEmpty() || !QFileInfo(folder).isDir())
         folder = opened.absolutePath();
-    return QDir(folder).filePath(opened.completeBaseName() + QStringLiteral("-restored.png"));
+    return QDir(folder).filePath(opened.completeBaseName() + QStringLiteral("-preview.png"));
 }
 
 void MainWindow::SaveImage() {
@@ -560,7 +562,9 @@ void MainWindow::SaveImage() {
     if (chosen.isEmpty())
         return;
     const QString path = jobs::savePathFor(chosen);
-    const QString error = jobs::savePng(shownImage(), path);
+    QString error = jobs::targetProblem(path, m_openedPath);
+    if (error.isEmpty())
+        error = jobs::savePng(shownImage(), path);
     if (!error.isEmpty()) {
         reportError(error);
         return;
@@ -583,7 +587,8 @@ void MainWindow::exportFullSize() {
         jobs::savePathFor(chosen),
         jobs::blurSettingOf(m_state, psfLength(), psfAngle(), psfWidth(), sharpness()),
         {}};
-    if (const QString error = jobs::exportTargetError(request.target); !error.isEmpty()) {
+    if (const QString error = jobs::exportTargetError(request.target, request.source);
+        !error.isEmpty()) {
         reportError(error);
         return;
     }

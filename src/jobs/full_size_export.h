@@ -2,9 +2,12 @@
 
 #include "controller_state.h"
 #include "export_file.h"
+#include "export_target.h"
 #include "full_size_restoration.h"
 
 #include <QString>
+
+#include <exception>
 
 namespace clarovi::jobs {
 
@@ -19,7 +22,8 @@ struct ExportRequest {
 struct ExportResult {
     enum class Outcome { Written, Cancelled, Failed };
     Outcome outcome = Outcome::Failed;
-    /// Why it failed; for a written file, what the user should know about it (empty when nothing).
+    /// Why it failed; for a written file, what the user should know about it, a sentence a line
+    /// (empty when nothing).
     QString message;
 };
 
@@ -28,12 +32,12 @@ BlurSetting blurSettingOf(const ControllerState& state, float length, double ang
                           double mu);
 
 /// Reads the source at full size, restores it in colour (grey stays grey, alpha is carried over)
-/// with the setting scaled to its size, and writes it with its metadata. A target whose extension
-/// names no export format is refused before any work starts; a cancel writes nothing.
+/// with the setting scaled to its size, and writes it with its metadata. A target that
+/// exportTargetError refuses is refused before any work starts; a cancel writes nothing. A
+/// failure of any kind, lack of memory included, ends in a sentence naming the photograph.
 ExportResult exportFullSize(const ExportRequest& request, const JobControl& control = {});
 
-/// "<name>-restored.<extension>" in folder, for the photograph at source.
-QString exportName(const QString& source, const QString& folder,
-                   const QString& extension = QStringLiteral("png"));
+/// What failed, in words to follow "Cannot ... “name”: ", for an exception a job caught.
+QString failureOf(const std::exception& error);
 
 } // namespace clarovi::jobs

@@ -171,7 +171,7 @@ TEST_F(MainWindowTest, RgbGivesTheColourRestorationWithRedKeptRed) {
     EXPECT_LT(std::max(centre.green(), centre.blue()), 15);
 }
 
-// Save proposes "<name>-restored.png" beside the photograph, then in the folder saved to last.
+// Save proposes "<name>-preview.png" beside the photograph, then in the folder saved to last.
 TEST_F(MainWindowTest, SaveProposesANameWritesTheShownPictureAndKeepsAnOldFileOnFailure) {
     openSample();
     QStringList proposals;
@@ -184,8 +184,8 @@ TEST_F(MainWindowTest, SaveProposesANameWritesTheShownPictureAndKeepsAnOldFileOn
     QTest::keyClick(window.get(), Qt::Key_S, Qt::ControlModifier);
     QTest::mouseClick(outlet("saveBtn"), Qt::LeftButton);
     ASSERT_EQ(proposals.size(), 2);
-    EXPECT_EQ(proposals[0], QStringLiteral(CLAROVI_DATA_DIR "/coffee-defocus-restored.png"));
-    EXPECT_EQ(proposals[1], QDir(folder).filePath("coffee-defocus-restored.png"));
+    EXPECT_EQ(proposals[0], QStringLiteral(CLAROVI_DATA_DIR "/coffee-defocus-preview.png"));
+    EXPECT_EQ(proposals[1], QDir(folder).filePath("coffee-defocus-preview.png"));
     QImage saved;
     ASSERT_TRUE(saved.load(QDir(folder).filePath("restored.png"), "PNG"));
     EXPECT_EQ(saved.convertToFormat(QImage::Format_ARGB32),

@@ -116,7 +116,7 @@ class SlowDevice : public QBuffer {
 
   protected:
     qint64 readData(char* data, qint64 maxSize) override {
-        QThread::msleep(100);
+        QThread::msleep(250);
         return QBuffer::readData(data, maxSize);
     }
 };
