@@ -19,12 +19,13 @@ constexpr int kExifPointer = 0x8769;
 constexpr int kGpsPointer = 0x8825;
 constexpr int kLong = 4;
 
-// IFD0's tags that describe the photograph: document name, description, make, model, resolution
-// and its unit, date, artist, computer, rating and its percent, copyright, and Windows' title,
-// comment, author, keywords and subject. Everything else there describes the file (its layout,
-// compression, strips, colours) or points elsewhere, and a copy would be false of the export.
-constexpr std::array<int, 18> kDescriptiveImageTags = {
-    0x010d, 0x010e, 0x010f, 0x0110, 0x011a, 0x011b, 0x0128, 0x0132, 0x013b,
+// IFD0's tags that describe the photograph: document name, description, make, model, orientation
+// (made 1 when the picture was turned by it), resolution and its unit, date, artist, computer,
+// rating and its percent, copyright, and Windows' title, comment, author, keywords and subject.
+// Everything else there describes the file (its layout, compression, strips, colours) or points
+// elsewhere, and a copy would be false of the export.
+constexpr std::array<int, 19> kDescriptiveImageTags = {
+    0x010d, 0x010e, 0x010f, 0x0110, 0x0112, 0x011a, 0x011b, 0x0128, 0x0132, 0x013b,
     0x013c, 0x4746, 0x4749, 0x8298, 0x9c9b, 0x9c9c, 0x9c9d, 0x9c9e, 0x9c9f};
 // Tags of the EXIF directory that describe the file's pixels (components configuration,
 // compressed bits per pixel) or point elsewhere (maker note, interoperability directory).

@@ -14,9 +14,9 @@ struct ExifCopy {
 };
 
 /// Copies from the EXIF data in block (a TIFF structure) what describes the photograph rather
-/// than the file: an allow-list of descriptive tags of IFD0 (camera, date, author, copyright,
-/// resolution, rating), the tags of the EXIF directory (exposure, lens, dates...) except those
-/// describing the file's pixels or pointing elsewhere, and the GPS directory. Unknown tags,
+/// than the file: an allow-list of descriptive tags of IFD0 (camera, orientation, date, author,
+/// copyright, resolution, rating), the tags of the EXIF directory (exposure, lens, dates...) except
+/// those describing the file's pixels or pointing elsewhere, and the GPS directory. Unknown tags,
 /// entries whose type is not their tag's (an integer of another width, or text held as
 /// undefined bytes, pass), the maker note (a vendor's binary structure, which exiv2 would parse
 /// and where damage hides) and the pixel coordinates of the subject (when turned) are left out.

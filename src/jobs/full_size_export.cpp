@@ -107,7 +107,9 @@ BlurSetting blurSettingOf(const ControllerState& state, float length, double ang
 }
 
 QString failureOf(const std::exception& error) {
-    if (dynamic_cast<const std::bad_alloc*>(&error))
+    const auto* openCv = dynamic_cast<const cv::Exception*>(&error);
+    if (dynamic_cast<const std::bad_alloc*>(&error) ||
+        (openCv && openCv->code == cv::Error::StsNoMem))
         return QStringLiteral("there is not enough memory for it.");
     return QString::fromLocal8Bit(error.what()).simplified() + QLatin1Char('.');
 }

@@ -310,8 +310,10 @@ qint64 skipEntropyData(const Fields& file, qint64 start, qint64& skipped, double
     constexpr qint64 kChunk = 1 << 16;
     bool pendingFF = false;
     for (qint64 pos = start;;) {
-        if (double(skipped + pos - start) > most)
+        if (double(skipped + pos - start) > most) {
+            skipped += pos - start;
             return kTooMuch;
+        }
         const QByteArray chunk = file.at(pos, std::min(kChunk, file.size() - pos));
         if (chunk.isEmpty())
             return kEndOfFile;

@@ -26,6 +26,11 @@ class TitlePaints : public QObject {
     }
 };
 
+QByteArray readFileBytes(const QString& path) {
+    QFile file(path);
+    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
+}
+
 QString writeFile(const QString& path, const QByteArray& contents) {
     QFile file(path);
     file.open(QIODevice::WriteOnly);
@@ -253,6 +258,30 @@ TEST_F(MainWindowTest, ExportWritesThePhotographAtItsOwnSizeWithTheControlsLocke
     EXPECT_EQ(QImage(dir.filePath("full.png")).size(), QImage(kSample).size());
     EXPECT_TRUE(window->statusBar()->currentMessage().startsWith("Exported "));
     EXPECT_TRUE(messages.isEmpty()) << messages.join(' ').toStdString();
+}
+
+// Neither Save nor the export writes over the photograph, under any name, nor to a name that is
+// only an extension; each says so and starts nothing.
+TEST_F(MainWindowTest, SaveAndExportRefuseThePhotographItselfAndANameWithoutABase) {
+    const QString photograph = dir.filePath("photo.png");
+    ASSERT_TRUE(QFile::copy(kSample, photograph));
+    openSample(photograph);
+    const std::pair<QString, const char*> targets[] = {
+        {photograph, "the photograph being restored"},
+        {dir.filePath("./photo.png"), "the photograph being restored"},
+        {dir.filePath(".jpg"), "nothing before its extension"}};
+    for (const auto& [target, reason] : targets) {
+        window->setSaveFileChooser([&](const QString&) { return target; });
+        window->setExportFileChooser([&](const QString&) { return target; });
+        window->SaveImage();
+        window->exportFullSize();
+        EXPECT_FALSE(window->exporting());
+        ASSERT_EQ(messages.size(), 2) << target.toStdString();
+        EXPECT_TRUE(messages[0].contains(reason) && messages[1].contains(reason))
+            << messages.join(' ').toStdString();
+        messages.clear();
+    }
+    EXPECT_EQ(readFileBytes(photograph), readFileBytes(kSample));
 }
 
 TEST_F(MainWindowTest, RecentFilesKeepTheLastEightAndDropMissingOnes) {
