@@ -1,6 +1,7 @@
 #include "export_file.h"
 
 #include "export_target.h"
+#include "library_messages.h"
 #include "picture_file_internal.h"
 #include "tiff_encoder.h"
 
@@ -87,6 +88,7 @@ QImage writablePicture(const QImage& picture, ExportFormat format, int depth) {
 constexpr int kPngQuality = 50;
 
 EncodedFile encodeWithQt(const QImage& image, ExportFormat format, int jpegQuality) {
+    const LibraryMessages messages; // the encoders' warnings are not the user's business
     QByteArray bytes;
     QBuffer buffer(&bytes);
     buffer.open(QIODevice::WriteOnly);

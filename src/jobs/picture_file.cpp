@@ -1,5 +1,6 @@
 #include "picture_file.h"
 #include "export_target.h"
+#include "library_messages.h"
 #include "picture_file_internal.h"
 #include "png_reader.h"
 
@@ -14,7 +15,6 @@
 #include <tiffio.h>
 
 #include <algorithm>
-#include <atomic>
 #include <cstdarg>
 #include <cstdio>
 #include <cstring>
@@ -98,61 +98,6 @@ class PictureView : public QIODevice {
     qint64 m_budgetMs;
     QElapsedTimer m_clock;
     bool m_expired = false;
-};
-
-/// While alive, what the image libraries report on this thread is kept here instead of printed,
-/// and passed on only when lcDecoder's warnings are enabled. Qt's plugins report through Qt's
-/// message handler; libpng and libtiff are given handlers of their own that do the same, so that
-/// nothing goes to the standard error stream (where a sanitizer's report must stay visible). One
-/// handler serves every thread: it is installed while any thread keeps messages, and finds each
-/// thread's keeper through a thread-local pointer; messages of threads that keep none go where
-/// they went before.
-class LibraryMessages {
-  public:
-    LibraryMessages() : m_outer(t_current) {
-        t_current = this;
-        const std::lock_guard<std::mutex> lock(s_mutex);
-        if (s_keepers++ == 0)
-            s_previous = qInstallMessageHandler(&LibraryMessages::route);
-    }
-    ~LibraryMessages() {
-        {
-            const std::lock_guard<std::mutex> lock(s_mutex);
-            if (--s_keepers == 0)
-                qInstallMessageHandler(s_previous.load());
-        }
-        t_current = m_outer;
-    }
-    LibraryMessages(const LibraryMessages&) = delete;
-    LibraryMessages& operator=(const LibraryMessages&) = delete;
-
-    bool mention(const char* words) const {
-        return std::any_of(m_lines.cbegin(), m_lines.cend(), [words](const QString& line) {
-            return line.contains(QLatin1String(words));
-        });
-    }
-
-  private:
-    static void route(QtMsgType type, const QMessageLogContext& context, const QString& text) {
-        if (LibraryMessages* keeper = t_current) {
-            keeper->m_lines << text;
-            // The libraries' handlers write to lcDecoder, whose filter has already spoken.
-            const bool decoder = qstrcmp(context.category, lcDecoder().categoryName()) == 0;
-            if (!decoder && !lcDecoder().isWarningEnabled())
-                return;
-        }
-        if (const QtMessageHandler previous = s_previous.load())
-            previous(type, context, text);
-        else // Qt's own output, which has no handler of its own to call
-            std::fprintf(stderr, "%s\n", qPrintable(qFormatLogMessage(type, context, text)));
-    }
-
-    QStringList m_lines;
-    LibraryMessages* m_outer;
-    static inline thread_local LibraryMessages* t_current = nullptr;
-    static inline std::mutex s_mutex;
-    static inline int s_keepers = 0;
-    static inline std::atomic<QtMessageHandler> s_previous = nullptr;
 };
 
 void tiffMessage(const char* module, const char* format, va_list arguments) {
@@ -303,6 +248,7 @@ QString savePng(const QImage& picture, const QString& path) {
     QByteArray png;
     QBuffer buffer(&png);
     buffer.open(QIODevice::WriteOnly);
+    const LibraryMessages messages; // the encoder's warnings are not the user's business
     if (!picture.save(&buffer, "PNG"))
         return saveFailure(path, QStringLiteral("the picture could not be encoded as PNG."));
     return writeAtomically(path, png);
