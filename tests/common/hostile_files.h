@@ -8,6 +8,7 @@
 #include <QtEndian>
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <vector>
 
 // Files built byte by byte from a small sound picture, to give the reader and the export what
@@ -114,24 +115,29 @@ inline QByteArray tiffFile(std::vector<TiffTag> tags, const QByteArray& shared =
     return out + le(0, 4) + values + pixels;
 }
 
-/// The tags of an uncompressed 8-bit grey TIFF of the small picture, and its pixels.
-inline std::vector<TiffTag> greyTiffTags() {
-    return {{256, 3, 1, le(64, 2)}, {257, 3, 1, le(48, 2)}, {258, 3, 1, le(8, 2)},
-            {259, 3, 1, le(1, 2)},  {262, 3, 1, le(1, 2)},  {273, 4, 1, "@pixels"},
-            {277, 3, 1, le(1, 2)},  {278, 3, 1, le(48, 2)}, {279, 4, 1, le(64 * 48, 4)}};
-}
-
-inline QByteArray greyPixels() {
-    const QImage grey = smallPicture(true);
-    QByteArray pixels;
-    for (int y = 0; y < grey.height(); ++y)
-        pixels.append(reinterpret_cast<const char*>(grey.constScanLine(y)), grey.width());
-    return pixels;
-}
-
-/// EXIF data (a TIFF structure without pixels) whose IFD0 holds tags.
-inline QByteArray exifData(const std::vector<TiffTag>& tags, const QByteArray& shared = {}) {
-    return tiffFile(tags, shared);
+/// An uncompressed 8-bit grey TIFF of the small picture (or of pixels), with extra tags added or
+/// put in place of its own.
+inline QByteArray greyTiff(const std::vector<TiffTag>& extra = {}, const QByteArray& shared = {},
+                           QByteArray pixels = "@grey") {
+    std::vector<TiffTag> tags = {
+        {256, 3, 1, le(64, 2)}, {257, 3, 1, le(48, 2)}, {258, 3, 1, le(8, 2)},
+        {259, 3, 1, le(1, 2)},  {262, 3, 1, le(1, 2)},  {273, 4, 1, "@pixels"},
+        {277, 3, 1, le(1, 2)},  {278, 3, 1, le(48, 2)}, {279, 4, 1, le(64 * 48, 4)}};
+    for (const TiffTag& tag : extra) {
+        const auto same = std::find_if(tags.begin(), tags.end(),
+                                       [&](const TiffTag& t) { return t.tag == tag.tag; });
+        if (same != tags.end() && !tag.shared)
+            *same = tag;
+        else
+            tags.push_back(tag);
+    }
+    if (pixels == "@grey") {
+        const QImage grey = smallPicture(true);
+        pixels.clear();
+        for (int y = 0; y < grey.height(); ++y)
+            pixels.append(reinterpret_cast<const char*>(grey.constScanLine(y)), grey.width());
+    }
+    return tiffFile(tags, shared, pixels);
 }
 
 /// An XMP packet with properties distinct properties of one node.
