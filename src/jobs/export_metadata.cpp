@@ -297,7 +297,7 @@ QByteArray written(const QByteArray& encoded, const SourceMetadata& metadata, co
 QString reasonOf(const std::exception& error) {
     if (dynamic_cast<const std::bad_alloc*>(&error))
         return QStringLiteral("there was not enough memory for it");
-    return QStringLiteral("exiv2 could not write it (%1)")
+    return QStringLiteral("exiv2 could not handle it (%1)")
         .arg(QString::fromLocal8Bit(error.what()).simplified());
 }
 
@@ -316,14 +316,9 @@ QByteArray fittingProfile(const SourceMetadata& metadata, bool grey, QStringList
     return {};
 }
 
-} // namespace
-
-SourceMetadata readSourceMetadata(QIODevice& device, const PictureHeader& header,
-                                  const QString& name, bool turned) {
-    SourceMetadata metadata;
-    metadata.name = QFileInfo(name).fileName();
-    metadata.turned = turned;
-    const ExifCopy exif = readExif(device, header.metadata, turned);
+/// Every kind of metadata into metadata, or a note on why it is left out.
+void readKinds(QIODevice& device, const PictureHeader& header, SourceMetadata& metadata) {
+    const ExifCopy exif = readExif(device, header.metadata, metadata.turned);
     metadata.exif = exif.tiff;
     if (!exif.problem.isEmpty())
         metadata.notes << note(metadata.name, "EXIF data", exif.problem);
@@ -346,6 +341,21 @@ SourceMetadata readSourceMetadata(QIODevice& device, const PictureHeader& header
         metadata.icc = icc.bytes;
     else
         metadata.notes << note(metadata.name, "colour profile", icc.problem);
+}
+
+} // namespace
+
+SourceMetadata readSourceMetadata(QIODevice& device, const PictureHeader& header,
+                                  const QString& name, bool turned) {
+    SourceMetadata metadata;
+    metadata.name = QFileInfo(name).fileName();
+    metadata.turned = turned;
+    try {
+        readKinds(device, header, metadata);
+    } catch (const std::exception& error) { // lack of memory, or exiv2's tag tables
+        metadata = {{}, {}, {}, {}, true, turned, metadata.name, {}};
+        metadata.notes << note(metadata.name, "metadata", reasonOf(error));
+    }
     return metadata;
 }
 
