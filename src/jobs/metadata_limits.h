@@ -5,16 +5,16 @@
 
 // How much metadata the export copies, checked on the raw data before exiv2 parses any of it:
 // exiv2's XMP toolkit takes a time that grows with the square of a node's properties (50,000
-// take most of a minute), its EXIF reader allocates every entry's value anew (a thousand entries
-// sharing a 4 MiB value cost 4 GiB), and some of its parsers recurse once per level of nesting.
-// Photographs carry far less: a few hundred XMP properties (a few thousand for a heavily edited
-// one), EXIF of tens of kilobytes, IPTC of a few kilobytes, profiles of a few hundred. Metadata
-// over a limit is left out of the export, with a note saying so; the picture is never refused
-// for it.
+// take most of a minute, 5,000 about half a second), its EXIF reader allocates every entry's
+// value anew (a thousand entries sharing a 4 MiB value cost 4 GiB), and some of its parsers
+// recurse once per level of nesting. Photographs carry far less: a few hundred XMP properties (a
+// thousand or two for a heavily edited one), EXIF of tens of kilobytes, IPTC of a few kilobytes,
+// profiles of a few hundred. Metadata over a limit is left out of the export, with a note saying
+// so; the picture is never refused for it.
 namespace clarovi::jobs {
 
 inline constexpr qint64 kMostXmpBytes = 2 << 20;
-inline constexpr int kMostXmpProperties = 10'000;
+inline constexpr int kMostXmpProperties = 5'000;
 inline constexpr int kMostXmpDepth = 64;
 /// The EXIF values copied, all entries together.
 inline constexpr qint64 kMostExifValueBytes = 16 << 20;
