@@ -246,8 +246,9 @@ def write_report(args, done):
                 report.write(f"| {row['name']} | {fmt} | {result[1]:.2f} | {result[2] / (1 << 20):.0f} | {row['mutations']} |\n")
             report.write("\n")
         for row, fmt, result, problems in done:
-            if problems:
-                report.write(f"- {row['name']} -> {fmt}: {', '.join(problems)}: {result[3].strip()[:300]}\n")
+            if problems or result[0] != 0:
+                verdict = ", ".join(problems) or "refused"
+                report.write(f"- {row['name']} -> {fmt}: {verdict}: {result[3].strip()[:300]}\n")
     print(open(args.report).read().split("Slowest")[0])
 
 

@@ -329,7 +329,9 @@ void readKinds(QIODevice& device, const PictureHeader& header, SourceMetadata& m
         metadata.xmp = xmp.bytes;
     else
         metadata.notes << note(metadata.name, "XMP data", xmp.problem);
-    const Bytes iptc = readIptc(device, header.metadata);
+    Bytes iptc = readIptc(device, header.metadata);
+    if (iptc.problem.isEmpty())
+        iptc.problem = iptcProblem(iptc.bytes);
     if (iptc.problem.isEmpty())
         metadata.iptc = iptc.bytes;
     else

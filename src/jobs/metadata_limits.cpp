@@ -3,7 +3,6 @@
 #include "file_structure.h"
 
 #include <algorithm>
-#include <cctype>
 
 namespace clarovi::jobs {
 
@@ -15,14 +14,10 @@ qsizetype after(const QByteArray& packet, qsizetype from, const char* end) {
     return found < 0 ? packet.size() : found + qsizetype(qstrlen(end));
 }
 
-/// Counts a start tag at i (just after its '<'): one property unless it is an array item, one
-/// more per attribute. Returns where the tag ends, and whether it closes itself.
+/// Counts a start tag at i (just after its '<'): one property, one more per attribute. Returns
+/// where the tag ends, and whether it closes itself.
 qsizetype startTag(const QByteArray& packet, qsizetype i, qint64& properties, bool& closed) {
-    static const QByteArray item("rdf:li");
-    const bool arrayItem =
-        packet.mid(i, item.size()) == item &&
-        (i + item.size() >= packet.size() || !std::isalnum(uchar(packet[i + item.size()])));
-    properties += arrayItem ? 0 : 1;
+    ++properties;
     char quote = 0;
     for (; i < packet.size(); ++i) {
         const char c = packet[i];
@@ -79,6 +74,32 @@ QString xmpProblem(const QByteArray& packet) {
         return QStringLiteral("it nests %1 levels deep, more than the %2 the export copies")
             .arg(deepest)
             .arg(kMostXmpDepth);
+    return {};
+}
+
+QString iptcProblem(const QByteArray& records) {
+    if (records.size() > kMostIptcBytes)
+        return QStringLiteral("it holds %1 bytes, more than the %2 MiB the export copies")
+            .arg(records.size())
+            .arg(kMostIptcBytes >> 20);
+    // Each record: its tag marker, record and dataset numbers, and a length of two bytes, or of
+    // more when the first has its top bit set.
+    qint64 count = 0;
+    for (qsizetype at = 0; at + 5 <= records.size() && records[at] == 0x1c; ++count) {
+        const quint16 length = be16(records, at + 3);
+        const qint64 extended = length & 0x8000 ? length & 0x7fff : 0;
+        qint64 data = length;
+        if (extended > 0) {
+            data = 0;
+            for (qint64 k = 0; k < extended && at + 5 + k < records.size(); ++k)
+                data = (data << 8 | quint8(records[at + 5 + k])) & 0x7fffffff;
+        }
+        at += 5 + extended + data;
+    }
+    if (count > kMostIptcRecords)
+        return QStringLiteral("it holds %1 records, more than the %2 the export copies")
+            .arg(count)
+            .arg(kMostIptcRecords);
     return {};
 }
 
