@@ -162,9 +162,10 @@ def text(s):
 
 
 # Tags a mutation leaves alone: the orientation (each mutation sets the turn it means) and what a
-# TIFF's decoder reads.
-KEPT_TAGS = {0x0112, 254, 256, 257, 258, 259, 262, 266, 273, 277, 278, 279, 284, 317, 320, 322,
-             323, 324, 325, 338, 339, 347, 530, 34675}
+# TIFF's decoder reads (picture_header.cpp's kDecoderTiffTags).
+KEPT_TAGS = {0x0112, 254, 256, 257, 258, 259, 262, 266, 273, 277, 278, 279, 280, 281, 282, 283,
+             284, 296, 317, 318, 319, 320, 322, 323, 324, 325, 332, 338, 339, 340, 341, 347, 529,
+             530, 531, 532, 34675}
 
 
 def random_entries(rng, n):
