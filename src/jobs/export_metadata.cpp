@@ -12,7 +12,6 @@
 #include <zlib.h>
 
 #include <algorithm>
-#include <cctype>
 #include <memory>
 #include <mutex>
 

@@ -163,10 +163,12 @@ QString chunkName(const QByteArray& type) {
 }
 
 /// Whether the PNG decoder is shown a chunk: the critical ones (unknown critical chunks make it
-/// refuse the file, as it should) and the ancillary ones that change the pixels or their colours.
-/// Text, EXIF, XMP and unknown ancillary chunks are not its business.
+/// refuse the file, as it should) and the ancillary ones that change the pixels or say what their
+/// colours are short of a profile. Text, EXIF, XMP, the profile (the export's to copy as it is,
+/// and megabytes of it would take the decoder's time) and unknown ancillary chunks are not its
+/// business.
 bool pngDecoderNeeds(const QByteArray& type) {
-    static const char* const kept[] = {"tRNS", "gAMA", "cHRM", "sRGB", "iCCP", "sBIT", "pHYs"};
+    static const char* const kept[] = {"tRNS", "gAMA", "cHRM", "sRGB", "sBIT", "pHYs"};
     return (type[0] >= 'A' && type[0] <= 'Z') ||
            std::any_of(std::begin(kept), std::end(kept), [&](const char* t) { return type == t; });
 }
@@ -343,6 +345,7 @@ qint64 skipEntropyData(const Fields& file, qint64 start, qint64& skipped, double
 
 /// An APPn segment's signature: what it holds.
 enum class JpegApp { Jfif, Exif, Xmp, Icc, Photoshop, Adobe, Other };
+constexpr size_t kJpegApps = size_t(JpegApp::Other) + 1;
 
 JpegApp jpegApp(int marker, const QByteArray& start) {
     if (marker == 0xE0 && start.startsWith("JFIF"))
@@ -361,15 +364,14 @@ JpegApp jpegApp(int marker, const QByteArray& start) {
 }
 
 /// An APPn or COM segment of length bytes (its length field included) at pos: its metadata kept,
-/// and shown to the decoder when it needs it (JFIF, the first Adobe segment, which says how the
-/// colours are coded, and the ICC profile). The decoder is shown no EXIF: the orientation is read
-/// here.
+/// and shown to the decoder when it needs it (JFIF, and the first Adobe segment, which says how
+/// the colours are coded). The decoder is shown no EXIF, whose orientation is read here, and no
+/// profile, which is the export's to copy.
 void walkJpegApp(const Fields& file, int marker, qint64 pos, qint64 length, Walk& walk,
-                 std::vector<JpegApp>& seen) {
+                 std::array<int, kJpegApps>& seen) {
     const JpegApp app = jpegApp(marker, file.at(pos + 2, std::min<qint64>(length - 2, 29)));
-    const bool first = std::find(seen.begin(), seen.end(), app) == seen.end();
-    const auto count = std::count(seen.begin(), seen.end(), app);
-    seen.push_back(app);
+    const int count = seen[size_t(app)]++; // of this kind before it
+    const bool first = count == 0;
     switch (app) {
     case JpegApp::Exif:
         walk.keepExif(file, pos + 2, length - 2);
@@ -379,10 +381,8 @@ void walkJpegApp(const Fields& file, int marker, qint64 pos, qint64 length, Walk
             walk.keep(MetadataKind::Xmp, pos + 2 + 29, length - 2 - 29);
         return;
     case JpegApp::Icc: // signature, sequence number and count before each piece
-        if (count < kMostIccSegments) {
+        if (count < kMostIccSegments)
             walk.keep(MetadataKind::Icc, pos + 2 + 14, length - 2 - 14);
-            walk.show(pos - 2, length + 2);
-        }
         return;
     case JpegApp::Photoshop:
         walk.keep(MetadataKind::Photoshop, pos + 2 + 14, length - 2 - 14);
@@ -401,7 +401,7 @@ PictureHeader readJpeg(const Fields& file) {
     Walk walk("jpeg");
     walk.show(0, 2);
     JpegFrame frame;
-    std::vector<JpegApp> seen;
+    std::array<int, kJpegApps> seen{}; // APPn segments of each kind so far
     int scans = 0;
     qint64 dataBytes = 0; // of the scans
     qint64 skipped = 0;   // of the scans and stray bytes
@@ -546,13 +546,13 @@ constexpr int kPhotoshopTag = 34377;
 constexpr int kIccTag = 34675;
 
 // The tags of the picture's directory that the decoder needs: the size, samples and their
-// format, compression and its tables, photometric interpretation, colours, strips or tiles,
-// resolution, and the profile. The decoder is not shown the others (text, EXIF, XMP and the like,
-// and the orientation, which is read here for every format): it would read all their values, and
-// a thousand tags pointing at one large block would keep it reading for ever.
-constexpr std::array<int, 36> kDecoderTiffTags = {
+// format, compression and its tables, photometric interpretation, colours, strips or tiles, and
+// resolution. The decoder is not shown the others (text, EXIF, XMP, the profile and the like, and
+// the orientation, which is read here for every format): it would read all their values, and a
+// thousand tags pointing at one large block would keep it reading for ever.
+constexpr std::array<int, 35> kDecoderTiffTags = {
     254, 256, 257, 258, 259, 262, 266, 273, 277, 278, 279, 280, 281, 282, 283, 284, 296, 317,
-    318, 319, 320, 322, 323, 324, 325, 332, 338, 339, 340, 341, 347, 529, 530, 531, 532, 34675};
+    318, 319, 320, 322, 323, 324, 325, 332, 338, 339, 340, 341, 347, 529, 530, 531, 532};
 
 std::vector<TiffEntry> decoderEntries(const std::vector<TiffEntry>& entries) {
     std::vector<TiffEntry> kept;
@@ -849,7 +849,7 @@ QSize webpFrameSize(const Fields& file, const QByteArray& fourcc, qint64 at) {
 }
 
 /// What the WebP decoder is shown: the RIFF header, its size made that of what is shown, and the
-/// chunks of the canvas, its colours and its first frame.
+/// chunks of the canvas and its first frame.
 PictureHeader readWebp(const Fields& file) {
     Walk walk("webp");
     walk.showInstead(QByteArray("RIFF\0\0\0\0WEBP", 12));
@@ -876,9 +876,9 @@ PictureHeader readWebp(const Fields& file) {
                 return damaged("webp", truncated());
             canvas = sizeOf(qint64(le24(extended, 4)) + 1, qint64(le24(extended, 7)) + 1);
             walk.show(pos, whole);
-        } else if (fourcc == "ICCP" || fourcc == "ANIM") {
-            if (fourcc == "ICCP")
-                walk.keep(MetadataKind::Icc, pos + 8, length);
+        } else if (fourcc == "ICCP") {
+            walk.keep(MetadataKind::Icc, pos + 8, length);
+        } else if (fourcc == "ANIM") {
             walk.show(pos, whole);
         } else if ((fourcc == "ALPH" || fourcc == "VP8 " || fourcc == "VP8L" || fourcc == "ANMF") &&
                    picture.isEmpty()) {

@@ -140,20 +140,10 @@ QImage::Format transformFor(const PngStruct& s, int colourType, int depth) {
     return alpha ? QImage::Format_ARGB32 : QImage::Format_RGB32;
 }
 
-/// The colour space the file describes: its ICC profile, else sRGB, else its gamma (and
-/// chromaticities); none when it says nothing or what it says cannot be used.
+/// The colour space the file's sRGB chunk, or its gamma (and chromaticities), describe; none when
+/// it says nothing or what it says cannot be used. A profile is not read here: it is the export's
+/// to copy as the file holds it.
 QColorSpace colourSpaceOf(const PngStruct& s) {
-    if (s.has(PNG_INFO_iCCP)) {
-        png_charp name = nullptr;
-        int compression = 0;
-        png_bytep profile = nullptr;
-        png_uint_32 length = 0;
-        png_get_iCCP(s.png(), s.info(), &name, &compression, &profile, &length);
-        const QColorSpace space =
-            QColorSpace::fromIccProfile(QByteArray(reinterpret_cast<const char*>(profile), length));
-        if (space.isValid())
-            return space;
-    }
     if (s.has(PNG_INFO_sRGB))
         return QColorSpace::SRgb;
     double gamma = 0;

@@ -15,7 +15,7 @@ struct DecodedPng {
 /// libpng's messages sent to the decoder's logging category rather than the standard error stream:
 /// grey pictures of up to 8 bits as Grayscale8 and of 16 as Grayscale16, palettes (and grey of up
 /// to 8 bits with a transparent shade) as Indexed8, colour as RGB32 or RGBX64, with alpha ARGB32 or
-/// RGBA64; with the colour space its iCCP, sRGB or gAMA and cHRM chunks give and its resolution.
+/// RGBA64; with the colour space its sRGB or gAMA and cHRM chunks give, and its resolution.
 /// Reads nothing after the last row. Refuses a picture whose pixels would take more than mostBytes.
 DecodedPng decodePng(QIODevice& device, qint64 mostBytes);
 

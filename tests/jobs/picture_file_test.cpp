@@ -5,6 +5,7 @@
 #include "common/log_capture.h"
 
 #include <QBuffer>
+#include <QColorSpace>
 #include <QFile>
 #include <QImageWriter>
 #include <QTemporaryDir>
@@ -198,6 +199,11 @@ QByteArray jpegWithApp1(const QByteArray& exif) {
     return jpeg.left(2) + "\xff\xe1" + be32(quint32(app1.size() + 2)).right(2) + app1 + jpeg.mid(2);
 }
 
+QImage withColourSpace(QImage picture) {
+    picture.setColorSpace(QColorSpace::DisplayP3);
+    return picture;
+}
+
 const QByteArray kTurned = tiffFile({{274, 3, 1, le(6, 2)}});
 const QSize kUpright(48, 64);
 
@@ -239,6 +245,8 @@ const Structure kStructures[] = {
     {"WebpFrameLargerThanItsPixelsNeed",
      patched(encoded("webp"), 16, le(4 << 20, 4)) + QByteArray(4 << 20, '\0'), "more picture data"},
     {"WebpTurnedByItsExif", webpWithChunk("EXIF", kTurned), nullptr, kUpright},
+    {"WebpWithAProfileTheDecoderIsNotShown",
+     clarovi::testing::encoded(withColourSpace(smallPicture()), "webp"), nullptr},
     {"PngDataLargerThanItsPixelsNeed",
      encoded("png").chopped(12) + chunk("IDAT", QByteArray(3 << 19, '\0')) + chunk("IEND", {}),
      "more picture data"},
