@@ -83,9 +83,15 @@ QString iptcProblem(const QByteArray& records) {
             .arg(records.size())
             .arg(kMostIptcBytes >> 20);
     // Each record: its tag marker, record and dataset numbers, and a length of two bytes, or of
-    // more when the first has its top bit set.
+    // more when the first has its top bit set. Bytes between records are passed over, as exiv2
+    // does.
     qint64 count = 0;
-    for (qsizetype at = 0; at + 5 <= records.size() && records[at] == 0x1c; ++count) {
+    for (qsizetype at = 0; at + 5 <= records.size();) {
+        if (records[at] != 0x1c) {
+            ++at;
+            continue;
+        }
+        ++count;
         const quint16 length = be16(records, at + 3);
         const qint64 extended = length & 0x8000 ? length & 0x7fff : 0;
         qint64 data = length;
