@@ -9,8 +9,6 @@
 #include "jobs/slider_ranges.h"
 
 #include <QBuffer>
-#include <QCoreApplication>
-#include <QLoggingCategory>
 
 #include <cstddef>
 #include <cstdint>
@@ -38,13 +36,6 @@ void restoreOnce(const QImage& photo) {
 }
 
 } // namespace
-
-extern "C" int LLVMFuzzerInitialize(int* argc, char*** argv) {
-    // The image plugins are found through the application object.
-    static QCoreApplication application(*argc, *argv);
-    QLoggingCategory::setFilterRules(QStringLiteral("clarovi*=false"));
-    return 0;
-}
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     QByteArray bytes =

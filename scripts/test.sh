@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
 # Installs what is missing, builds Clarovi and runs every test. In CI (CI=true) or with
 # --sanitize it also checks the formatting, runs the same tests under ASan + UBSan, and runs the
-# picture fuzzer for a minute on its seed corpus.
+# picture fuzzer for a minute and the export's metadata fuzzer for half a minute on the seeds.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 scripts/install-deps.sh
@@ -30,5 +30,5 @@ export UBSAN_OPTIONS=halt_on_error=1:print_stacktrace=1
 ctest --test-dir build-asan --output-on-failure -j2 --timeout 900
 
 CXX=clang++ cmake -S . -B build-fuzz -G Ninja -DCLAROVI_FUZZ=ON -DCLAROVI_WERROR=ON
-cmake --build build-fuzz --target clarovi_fuzz
+cmake --build build-fuzz --target clarovi_fuzz clarovi_metadata_fuzz
 fuzz/run.sh 60

@@ -17,6 +17,7 @@
 #include <QFileInfo>
 #include <QLoggingCategory>
 
+#include <csignal>
 #include <cstdio>
 #include <exception>
 #include <optional>
@@ -25,9 +26,11 @@ namespace {
 
 using namespace clarovi;
 
-// A refusal or failure is one line on stderr, so that scripts can show it as it stands.
+// A refusal, a failure or a note is one line on stderr, so that scripts can show it as it stands;
+// a message of several sentences, one a line, gives as many lines.
 void printError(const QString& message) {
-    std::fprintf(stderr, "clarovi-cli: %s\n", message.simplified().toUtf8().constData());
+    for (const QString& line : message.split(QLatin1Char('\n'), Qt::SkipEmptyParts))
+        std::fprintf(stderr, "clarovi-cli: %s\n", line.simplified().toUtf8().constData());
 }
 
 // The controls set as the user would leave them.
@@ -148,27 +151,32 @@ bool exportOne(const QString& input, const QString& target, const jobs::Setting&
 }
 
 // Every photograph into the folder, one line each; the run goes on past a failure and ends
-// with the list of those that failed.
+// with the list of those that failed. Every target is known before the first is written, so that
+// none replaces another's.
 int exportBatch(const app::CliOptions& options, const jobs::Setting& setting) {
     if (!QDir().mkpath(options.outDir)) {
         printError(QStringLiteral("Cannot create the folder \u201c%1\u201d.").arg(options.outDir));
         return 1;
     }
+    const std::vector<jobs::PlannedExport> plan =
+        jobs::planExports(options.inputs, options.outDir, options.format);
     QStringList failures;
-    const qsizetype count = options.inputs.size();
-    for (qsizetype i = 0; i < count; ++i) {
-        const QString& input = options.inputs[i];
-        const QString target = jobs::exportName(input, options.outDir, options.format);
-        std::fprintf(stderr, "[%lld/%lld] %s\n", static_cast<long long>(i + 1),
-                     static_cast<long long>(count), qPrintable(QDir::toNativeSeparators(target)));
-        if (!exportOne(input, target, setting, options))
-            failures << input;
+    const size_t count = plan.size();
+    for (size_t i = 0; i < count; ++i) {
+        const jobs::PlannedExport& planned = plan[i];
+        std::fprintf(stderr, "[%zu/%zu] %s\n", i + 1, count,
+                     qPrintable(QDir::toNativeSeparators(planned.target)));
+        if (!planned.problem.isEmpty())
+            printError(planned.problem);
+        if (!planned.problem.isEmpty() ||
+            !exportOne(planned.source, planned.target, setting, options))
+            failures << planned.source;
     }
     if (failures.isEmpty())
         return 0;
     printError(QStringLiteral("%1 of %2 photographs failed: %3")
                    .arg(failures.size())
-                   .arg(count)
+                   .arg(qsizetype(count))
                    .arg(failures.join(QStringLiteral(", "))));
     return 1;
 }
@@ -183,6 +191,12 @@ int runFullSize(const app::CliOptions& options) {
 int run(const app::CliOptions& options) {
     if (options.fullSize)
         return runFullSize(options);
+    if (!options.output.isEmpty())
+        if (const QString problem = jobs::targetProblem(options.output, options.input);
+            !problem.isEmpty()) {
+            printError(problem);
+            return 1;
+        }
     const jobs::LoadedPicture loaded = jobs::loadPicture(options.input);
     if (loaded.image.isNull()) {
         printError(loaded.error);
@@ -206,6 +220,9 @@ int run(const app::CliOptions& options) {
 } // namespace
 
 int main(int argc, char** argv) {
+    // Past a file size limit a write then fails with "File too large", which the run reports,
+    // instead of the signal ending the program without a word.
+    std::signal(SIGXFSZ, SIG_IGN);
     clarovi::engine::keepFreedMemoryForReuse();
     QCoreApplication application(argc, argv);
     QCoreApplication::setApplicationName(QStringLiteral("clarovi-cli"));
@@ -228,7 +245,8 @@ int main(int argc, char** argv) {
     try {
         return run(parsed.options);
     } catch (const std::exception& error) {
-        printError(QString::fromUtf8(error.what()));
+        printError(QStringLiteral("Cannot restore \u201c%1\u201d: %2")
+                       .arg(QFileInfo(parsed.options.input).fileName(), jobs::failureOf(error)));
         return 1;
     }
 }

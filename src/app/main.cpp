@@ -9,7 +9,12 @@
 #include <QSettings>
 #include <QTimer>
 
+#include <csignal>
+
 int main(int argc, char* argv[]) {
+    // Past a file size limit a save or an export then fails with "File too large", which the
+    // window reports, instead of the signal ending the program.
+    std::signal(SIGXFSZ, SIG_IGN);
     clarovi::engine::keepFreedMemoryForReuse();
     QApplication app(argc, argv);
     QApplication::setOrganizationName(QStringLiteral("Clarovi"));

@@ -113,7 +113,9 @@ void MainWindow::SaveImage() {
     if (chosen.isEmpty())
         return;
     const QString path = jobs::savePathFor(chosen);
-    const QString error = jobs::savePng(img01->image(), path);
+    QString error = jobs::targetProblem(path, m_openedPath);
+    if (error.isEmpty())
+        error = jobs::savePng(img01->image(), path);
     if (!error.isEmpty()) {
         reportError(error);
         return;
@@ -135,7 +137,8 @@ void MainWindow::exportFullSize() {
         return;
     const jobs::ExportRequest request{m_openedPath, jobs::savePathFor(chosen->path), setting(),
                                       chosen->options};
-    if (const QString error = jobs::exportTargetError(request.target); !error.isEmpty()) {
+    if (const QString error = jobs::exportTargetError(request.target, request.source);
+        !error.isEmpty()) {
         reportError(error);
         return;
     }

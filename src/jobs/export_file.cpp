@@ -1,24 +1,19 @@
 #include "export_file.h"
 
+#include "export_target.h"
+#include "library_messages.h"
 #include "picture_file_internal.h"
 #include "tiff_encoder.h"
 
 #include <QBuffer>
+#include <QColorSpace>
 #include <QFile>
 #include <QFileInfo>
 #include <QImageWriter>
-#include <QLoggingCategory>
-
-#include <exiv2/exiv2.hpp>
 
 #include <algorithm>
-#include <array>
-#include <memory>
-#include <mutex>
 
 namespace clarovi::jobs {
-
-Q_LOGGING_CATEGORY(lcMetadata, "clarovi.metadata", QtCriticalMsg)
 
 namespace {
 
@@ -70,25 +65,30 @@ bool fullyOpaque(const QImage& image) {
 }
 
 /// picture in the format the writer turns into the file wanted: grey stays grey, and alpha is
-/// kept where the file format holds it and the picture has any transparency.
+/// kept where the file format holds it and the picture has any transparency. Without its colour
+/// space: the profile is the metadata's to write, and only where it fits the picture.
 QImage writablePicture(const QImage& picture, ExportFormat format, int depth) {
     const bool sixteen = sixteenBitsWanted(picture, format, depth);
+    QImage image;
     if (picture.format() == QImage::Format_Grayscale8 ||
         picture.format() == QImage::Format_Grayscale16)
-        return picture.convertToFormat(sixteen ? QImage::Format_Grayscale16
-                                               : QImage::Format_Grayscale8);
-    if (!picture.hasAlphaChannel() || format == ExportFormat::Jpeg)
-        return picture.convertToFormat(sixteen ? QImage::Format_RGBX64 : QImage::Format_RGB32);
-    QImage image = picture.convertToFormat(sixteen ? QImage::Format_RGBA64 : QImage::Format_ARGB32);
+        image = picture.convertToFormat(sixteen ? QImage::Format_Grayscale16
+                                                : QImage::Format_Grayscale8);
+    else if (!picture.hasAlphaChannel() || format == ExportFormat::Jpeg)
+        image = picture.convertToFormat(sixteen ? QImage::Format_RGBX64 : QImage::Format_RGB32);
+    else
+        image = picture.convertToFormat(sixteen ? QImage::Format_RGBA64 : QImage::Format_ARGB32);
     // Opaque pixels are the same with the alpha channel read as padding.
-    if (fullyOpaque(image))
+    if (image.hasAlphaChannel() && fullyOpaque(image))
         image.reinterpretAsFormat(sixteen ? QImage::Format_RGBX64 : QImage::Format_RGB32);
+    image.setColorSpace(QColorSpace());
     return image;
 }
 
 constexpr int kPngQuality = 50;
 
 EncodedFile encodeWithQt(const QImage& image, ExportFormat format, int jpegQuality) {
+    const LibraryMessages messages; // the encoders' warnings are not the user's business
     QByteArray bytes;
     QBuffer buffer(&bytes);
     buffer.open(QIODevice::WriteOnly);
@@ -104,155 +104,29 @@ EncodedFile encodeWithQt(const QImage& image, ExportFormat format, int jpegQuali
     return {bytes, {}};
 }
 
-void routeExiv2Message(int level, const char* text) {
-    const QString message = QString::fromLocal8Bit(text).trimmed();
-    if (level >= Exiv2::LogMsg::warn)
-        qCWarning(lcMetadata).noquote() << message;
-    else
-        qCDebug(lcMetadata).noquote() << message;
-}
-
-/// exiv2 prints to the standard error stream unless told otherwise, and its XMP toolkit must be
-/// set up before threads use it.
-void prepareExiv2() {
-    static std::once_flag prepared;
-    std::call_once(prepared, [] {
-        Exiv2::LogMsg::setHandler(&routeExiv2Message);
-        Exiv2::XmpParser::initialize();
-    });
-}
-
-/// EXIF tags that describe the source file's pixel data, its layout or other images in it: wrong
-/// for the exported picture, and for a TIFF the very structure the writer made.
-bool describesSourcePixels(const Exiv2::Exifdatum& datum) {
-    const std::string group = datum.groupName();
-    if (group == "Thumbnail" || group.rfind("SubImage", 0) == 0 ||
-        (group.rfind("Image", 0) == 0 && group != "Image"))
-        return true;
-    if (group != "Image")
-        return false;
-    static constexpr std::array<quint16, 31> layout = {
-        0x00fe, 0x00ff, 0x0100, 0x0101, 0x0102, 0x0103, 0x0106, 0x010a, 0x0111, 0x0115, 0x0116,
-        0x0117, 0x011c, 0x013d, 0x0142, 0x0143, 0x0144, 0x0145, 0x014a, 0x0152, 0x0153, 0x015b,
-        0x0201, 0x0202, 0x0211, 0x0212, 0x0213, 0x0214, 0x02bc, 0x83bb, 0x8773};
-    // 0x8649 (Photoshop's image resources) may hold a thumbnail and a second copy of the IPTC data.
-    return datum.tag() == 0x8649 ||
-           std::find(layout.begin(), layout.end(), datum.tag()) != layout.end();
-}
-
-void setIfPresent(Exiv2::ExifData& exif, const char* key, long value) {
-    const auto found = exif.findKey(Exiv2::ExifKey(key));
-    if (found != exif.end())
-        found->setValue(std::to_string(value));
-}
-
-void setIfPresent(Exiv2::XmpData& xmp, const char* key, long value) {
-    const auto found = xmp.findKey(Exiv2::XmpKey(key));
-    if (found != xmp.end())
-        found->setValue(std::to_string(value));
-}
-
-/// The target's own EXIF (a TIFF's structure) with the source's added, made true of the export.
-Exiv2::ExifData exportedExif(const Exiv2::ExifData& target, const Exiv2::ExifData& source,
-                             QSize size) {
-    Exiv2::ExifData exif = target;
-    for (const Exiv2::Exifdatum& datum : source) {
-        if (describesSourcePixels(datum))
-            continue;
-        const auto found = exif.findKey(Exiv2::ExifKey(datum.key()));
-        if (found != exif.end())
-            found->setValue(&datum.value());
-        else
-            exif.add(datum);
-    }
-    Exiv2::ExifThumb(exif).erase();
-    exif["Exif.Image.Orientation"] = uint16_t(1);
-    exif["Exif.Image.Software"] = std::string("Clarovi");
-    setIfPresent(exif, "Exif.Photo.PixelXDimension", size.width());
-    setIfPresent(exif, "Exif.Photo.PixelYDimension", size.height());
-    return exif;
-}
-
-Exiv2::XmpData exportedXmp(const Exiv2::XmpData& source, QSize size) {
-    Exiv2::XmpData xmp = source;
-    setIfPresent(xmp, "Xmp.tiff.Orientation", 1);
-    setIfPresent(xmp, "Xmp.tiff.ImageWidth", size.width());
-    setIfPresent(xmp, "Xmp.tiff.ImageLength", size.height());
-    setIfPresent(xmp, "Xmp.exif.PixelXDimension", size.width());
-    setIfPresent(xmp, "Xmp.exif.PixelYDimension", size.height());
-    return xmp;
-}
-
-bool writable(Exiv2::Image& image, Exiv2::MetadataId kind, const char* name) {
-    if (image.checkMode(kind) & Exiv2::amWrite)
-        return true;
-    qCWarning(lcMetadata) << "The exported format cannot hold" << name << "data; it is left out.";
-    return false;
-}
-
-/// The source file's metadata, or none when exiv2 cannot read it.
-std::unique_ptr<Exiv2::Image> sourceMetadata(const QString& source) {
-    try {
-        std::unique_ptr<Exiv2::Image> image =
-            Exiv2::ImageFactory::open(QFile::encodeName(source).toStdString());
-        image->readMetadata();
-        return image;
-    } catch (const Exiv2::AnyError& error) {
-        qCWarning(lcMetadata).noquote()
-            << "The metadata of" << source << "cannot be read and is left out:" << error.what();
-        return std::unique_ptr<Exiv2::Image>();
-    }
-}
-
-/// encoded with source's EXIF, XMP and IPTC data added; encoded itself when the source has none,
-/// or when they cannot be added. Done in memory: exiv2 does not report a failed write to a file.
-QByteArray withMetadata(const QByteArray& encoded, const QString& source, QSize size) {
-    prepareExiv2();
-    const std::unique_ptr<Exiv2::Image> from = sourceMetadata(source);
-    if (!from.get() ||
-        (from->exifData().empty() && from->xmpData().empty() && from->iptcData().empty()))
-        return encoded;
-    try {
-        // Reads encoded in place; exiv2 writes the result to memory of its own.
-        std::unique_ptr<Exiv2::Image> to = Exiv2::ImageFactory::open(
-            reinterpret_cast<const Exiv2::byte*>(encoded.constData()), long(encoded.size()));
-        to->readMetadata();
-        if (writable(*to, Exiv2::mdExif, "EXIF"))
-            to->setExifData(exportedExif(to->exifData(), from->exifData(), size));
-        if (!from->xmpData().empty() && writable(*to, Exiv2::mdXmp, "XMP"))
-            to->setXmpData(exportedXmp(from->xmpData(), size));
-        if (!from->iptcData().empty() && writable(*to, Exiv2::mdIptc, "IPTC"))
-            to->setIptcData(from->iptcData());
-        to->writeMetadata();
-        Exiv2::BasicIo& io = to->io();
-        if (io.open() != 0)
-            throw Exiv2::Error(Exiv2::kerDataSourceOpenFailed, io.path(), "");
-        QByteArray result(qsizetype(io.size()), Qt::Uninitialized);
-        if (io.read(reinterpret_cast<Exiv2::byte*>(result.data()), long(result.size())) !=
-            long(result.size()))
-            throw Exiv2::Error(Exiv2::kerFailedToReadImageData);
-        return result;
-    } catch (const Exiv2::AnyError& error) {
-        qCWarning(lcMetadata).noquote()
-            << "The metadata of" << source << "cannot be copied and is left out:" << error.what();
-        return encoded;
-    }
-}
-
 } // namespace
 
 ExportSource readExportSource(const QString& path) {
-    LoadedPicture loaded = readPicture(path, PictureDepth::Source);
+    QFile file;
+    if (const QString error = openPictureFile(path, file); !error.isEmpty())
+        return {{}, false, 8, error, {}};
+    PictureHeader header;
+    LoadedPicture loaded = readPicture(file, path, PictureDepth::Source, &header);
     if (loaded.image.isNull())
-        return {{}, false, 8, loaded.error};
+        return {{}, false, 8, loaded.error, {}};
+    SourceMetadata metadata = readSourceMetadata(file, header, path, header.orientation > 1);
     QImage& image = loaded.image;
+    if (metadata.icc.isEmpty() && image.colorSpace().isValid()) {
+        metadata.icc = image.colorSpace().iccProfile();
+        metadata.iccInFile = false;
+    }
     const bool hasAlpha = image.hasAlphaChannel();
     const bool deep = hasMoreThanEightBits(image.format());
     if (isGrey(image))
         image.convertTo(deep ? QImage::Format_Grayscale16 : QImage::Format_Grayscale8);
     else
         image.convertTo(deep ? QImage::Format_RGBA64 : QImage::Format_RGBA8888);
-    return {image, hasAlpha, deep ? 16 : 8, {}};
+    return {image, hasAlpha, deep ? 16 : 8, {}, std::move(metadata)};
 }
 
 std::optional<ExportFormat> exportFormatOf(const QString& path) {
@@ -266,7 +140,9 @@ std::optional<ExportFormat> exportFormatOf(const QString& path) {
     return std::nullopt;
 }
 
-QString exportTargetError(const QString& target) {
+QString exportTargetError(const QString& target, const QString& source) {
+    if (const QString problem = targetProblem(target, source); !problem.isEmpty())
+        return problem;
     if (exportFormatOf(target))
         return {};
     return saveFailure(target, QStringLiteral("Clarovi exports PNG, TIFF and JPEG pictures; the "
@@ -274,11 +150,12 @@ QString exportTargetError(const QString& target) {
                                               ".jpeg."));
 }
 
-QString writeExport(const QImage& picture, const QString& target, const QString& source,
-                    const ExportOptions& options, const std::function<bool()>& cancelled) {
+QString writeExport(const QImage& picture, const QString& target, const SourceMetadata& metadata,
+                    const ExportOptions& options, QStringList& notes,
+                    const std::function<bool()>& cancelled) {
     const std::optional<ExportFormat> format = exportFormatOf(target);
     if (!format)
-        return exportTargetError(target);
+        return exportTargetError(target, {});
     if (picture.isNull())
         return saveFailure(target, QStringLiteral("there is no restored picture yet."));
     // Encoded in memory first: a full disk then fails the write, not the encoder half-way.
@@ -290,7 +167,9 @@ QString writeExport(const QImage& picture, const QString& target, const QString&
         return saveFailure(
             target, QStringLiteral("the picture could not be encoded as %1: %2.")
                         .arg(QString::fromLatin1(formatName(*format)).toUpper(), encoded.error));
-    const QByteArray file = withMetadata(encoded.bytes, source, picture.size());
+    const bool grey = writable.format() == QImage::Format_Grayscale8 ||
+                      writable.format() == QImage::Format_Grayscale16;
+    const QByteArray file = withMetadata(encoded.bytes, metadata, picture.size(), grey, notes);
     if (cancelled && cancelled())
         return {};
     return writeAtomically(target, file);

@@ -1,17 +1,15 @@
 #pragma once
 
+#include "export_metadata.h"
+
 #include <QImage>
-#include <QLoggingCategory>
 #include <QString>
+#include <QStringList>
 
 #include <functional>
 #include <optional>
 
 namespace clarovi::jobs {
-
-/// Why a photograph's metadata was left out of its export, and what exiv2 says while reading and
-/// writing it ("clarovi.metadata"; its warnings are off unless enabled).
-Q_DECLARE_LOGGING_CATEGORY(lcMetadata)
 
 /// A photograph as the full-size export reads it, or why it could not be read.
 struct ExportSource {
@@ -22,10 +20,12 @@ struct ExportSource {
     bool hasAlpha = false;
     int bitsPerChannel = 8; ///< 8, or 16 for sources of more than 8 bits
     QString error;          ///< a sentence naming the file and the reason, when refused
+    SourceMetadata metadata;
 };
 
 /// Reads path for export with the same refusals as opening it in the window (format by content,
-/// structure, size, time), keeping its depth.
+/// structure, size, time), keeping its depth, and reads its metadata (readSourceMetadata), whose
+/// profile is the one Qt made of its colour chunks when the file holds none.
 ExportSource readExportSource(const QString& path);
 
 enum class ExportFormat { Png, Tiff, Jpeg };
@@ -39,17 +39,18 @@ struct ExportOptions {
     int jpegQuality = 95;
 };
 
-/// Why target cannot be exported to (its extension names no export format); empty when it can.
-QString exportTargetError(const QString& target);
+/// Why target cannot be exported to from the photograph at source (its extension names no export
+/// format, or targetProblem refuses it); empty when it can.
+QString exportTargetError(const QString& target, const QString& source);
 
 /// Writes picture to target in the format of its extension, through a temporary file renamed
-/// into place, so that a failure or a full disk leaves no partial file and an existing file
-/// untouched. Copies the EXIF, XMP and IPTC data of source with the Orientation set to 1, the
-/// EXIF thumbnail dropped and Software set to Clarovi, and keeps picture's colour space (the ICC
-/// profile). Metadata that cannot be read is skipped with a warning. Returns an empty string on
-/// success, otherwise a sentence naming the file and the reason. When cancelled() says stop once
-/// the file is encoded, nothing is written and the string is empty as well.
-QString writeExport(const QImage& picture, const QString& target, const QString& source,
-                    const ExportOptions& options, const std::function<bool()>& cancelled = {});
+/// into place (writeAtomically), so that a failure or a full disk leaves no partial file and an
+/// existing file untouched, with the photograph's metadata (withMetadata); what of it is left out
+/// adds a sentence to notes. Returns an empty string on success, otherwise a sentence naming the
+/// file and the reason. When cancelled() says stop once the file is encoded, nothing is written
+/// and the string is empty as well.
+QString writeExport(const QImage& picture, const QString& target, const SourceMetadata& metadata,
+                    const ExportOptions& options, QStringList& notes,
+                    const std::function<bool()>& cancelled = {});
 
 } // namespace clarovi::jobs

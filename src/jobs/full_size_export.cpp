@@ -1,6 +1,5 @@
 #include "full_size_export.h"
 
-#include <QDir>
 #include <QFileInfo>
 
 #include <opencv2/core.hpp>
@@ -67,16 +66,8 @@ ExportResult failed(const QString& message) {
     return {ExportResult::Outcome::Failed, message};
 }
 
-} // namespace
-
-QString exportName(const QString& source, const QString& folder, const QString& extension) {
-    return QDir(folder).filePath(QFileInfo(source).completeBaseName() +
-                                 QStringLiteral("-restored.") + extension);
-}
-
-ExportResult exportFullSize(const ExportRequest& request, const JobControl& control) {
-    if (const QString error = exportTargetError(request.target); !error.isEmpty())
-        return failed(error);
+// Reading, restoring and writing: what can throw.
+ExportResult readRestoreAndWrite(const ExportRequest& request, const JobControl& control) {
     ExportSource source = readExportSource(request.source);
     if (source.image.isNull())
         return failed(source.error);
@@ -85,20 +76,48 @@ ExportResult exportFullSize(const ExportRequest& request, const JobControl& cont
     if (cancelled(control))
         return {ExportResult::Outcome::Cancelled, {}};
 
-    if (!restorePicture(source.image, request.setting, stage(control, kReadShare, kRestoreShare)))
+    QStringList notes = source.metadata.notes;
+    if (blurBelowAPixel(request.setting,
+                        {engine::workingScale({source.image.width(), source.image.height()})}))
+        notes << QStringLiteral("At the size of \u201c%1\u201d the blur set is smaller than a "
+                                "pixel: the photograph was written as it is.")
+                     .arg(QFileInfo(request.source).fileName());
+    else if (!restorePicture(source.image, request.setting,
+                             stage(control, kReadShare, kRestoreShare)))
         return {ExportResult::Outcome::Cancelled, {}};
     if (cancelled(control))
         return {ExportResult::Outcome::Cancelled, {}};
 
-    const QString error = writeExport(source.image, request.target, request.source, request.options,
-                                      control.cancelled);
+    const QString error = writeExport(source.image, request.target, source.metadata,
+                                      request.options, notes, control.cancelled);
     if (!error.isEmpty())
         return failed(error);
     if (cancelled(control))
         return {ExportResult::Outcome::Cancelled, {}};
     if (control.progress)
         control.progress(1.0);
-    return {ExportResult::Outcome::Written, {}};
+    return {ExportResult::Outcome::Written, notes.join(QLatin1Char('\n'))};
+}
+
+} // namespace
+
+QString failureOf(const std::exception& error) {
+    const auto* openCv = dynamic_cast<const cv::Exception*>(&error);
+    if (dynamic_cast<const std::bad_alloc*>(&error) ||
+        (openCv && openCv->code == cv::Error::StsNoMem))
+        return QStringLiteral("there is not enough memory for it.");
+    return QString::fromLocal8Bit(error.what()).simplified() + QLatin1Char('.');
+}
+
+ExportResult exportFullSize(const ExportRequest& request, const JobControl& control) {
+    if (const QString error = exportTargetError(request.target, request.source); !error.isEmpty())
+        return failed(error);
+    try {
+        return readRestoreAndWrite(request, control);
+    } catch (const std::exception& error) {
+        return failed(QStringLiteral("Cannot export \u201c%1\u201d: %2")
+                          .arg(QFileInfo(request.source).fileName(), failureOf(error)));
+    }
 }
 
 } // namespace clarovi::jobs

@@ -1,10 +1,13 @@
 #pragma once
 
 #include "export_file.h"
+#include "export_target.h"
 #include "plane_recipe.h"
 #include "setting.h"
 
 #include <QString>
+
+#include <exception>
 
 namespace clarovi::jobs {
 
@@ -19,18 +22,19 @@ struct ExportRequest {
 struct ExportResult {
     enum class Outcome { Written, Cancelled, Failed };
     Outcome outcome = Outcome::Failed;
-    /// Why it failed; for a written file, what the user should know about it (empty when nothing).
+    /// Why it failed; for a written file, what the user should know about it, a sentence a line
+    /// (empty when nothing).
     QString message;
 };
 
 /// Reads the source at full size, restores it in colour (grey stays grey, alpha is carried over)
 /// as the window restores its working copy, the blur drawn at the photograph's own scale, and
-/// writes it with its metadata. A target whose extension
-/// names no export format is refused before any work starts; a cancel writes nothing.
+/// writes it with its metadata. A target that exportTargetError refuses is refused before any
+/// work starts; a cancel writes nothing. A failure of any kind, lack of memory included, ends in
+/// a sentence naming the photograph.
 ExportResult exportFullSize(const ExportRequest& request, const JobControl& control = {});
 
-/// "<name>-restored.<extension>" in folder, for the photograph at source.
-QString exportName(const QString& source, const QString& folder,
-                   const QString& extension = QStringLiteral("png"));
+/// What failed, in words to follow "Cannot ... “name”: ", for an exception a job caught.
+QString failureOf(const std::exception& error);
 
 } // namespace clarovi::jobs

@@ -1,5 +1,8 @@
 #include "picture_file.h"
+#include "export_target.h"
+#include "library_messages.h"
 #include "picture_file_internal.h"
+#include "png_reader.h"
 
 #include <QBuffer>
 #include <QColorSpace>
@@ -7,16 +10,15 @@
 #include <QFile>
 #include <QFileInfo>
 #include <QImageReader>
-#include <QSaveFile>
 #include <QTransform>
 
+#include <tiffio.h>
+
 #include <algorithm>
-#include <atomic>
-#include <cerrno>
+#include <cstdarg>
 #include <cstdio>
 #include <cstring>
-
-#include <unistd.h>
+#include <mutex>
 
 namespace clarovi::jobs {
 
@@ -43,107 +45,76 @@ QString oversized(QSize size) {
         .arg(size.height());
 }
 
-/// Hands the decoder the picture's bytes until its time is up, then fails every read. Decoders
-/// stop at a failed read, so a picture made to keep them busy ends within the budget, and no
-/// thread has to be abandoned to a decoder that does not stop.
-class DeadlineDevice : public QIODevice {
+/// Shows the decoder the pieces of the file the header reader chose, one after the other, until
+/// its time is up; then the picture ends where the decoder is: reads give nothing and the device
+/// is at its end, which every decoder handles as a truncated file (a failed read is not handled
+/// as well by all of them). A picture made to keep a decoder busy thus ends within the budget,
+/// and no thread has to be abandoned to a decoder that does not stop.
+class PictureView : public QIODevice {
   public:
-    DeadlineDevice(QIODevice& source, qint64 budgetMs) : m_source(source), m_budgetMs(budgetMs) {
+    PictureView(QIODevice& file, const std::vector<FilePiece>& pieces, qint64 budgetMs)
+        : m_file(file), m_pieces(pieces), m_budgetMs(budgetMs) {
+        for (const FilePiece& piece : pieces) {
+            m_starts.push_back(m_size);
+            m_size += piece.size;
+        }
         m_clock.start();
         open(QIODevice::ReadOnly | QIODevice::Unbuffered);
-        m_source.seek(0);
     }
     bool isSequential() const override { return false; }
-    qint64 size() const override { return m_source.size(); }
-    bool seek(qint64 pos) override { return QIODevice::seek(pos) && m_source.seek(pos); }
+    qint64 size() const override { return m_expired ? pos() : m_size; }
     bool expired() const { return m_expired; }
 
   protected:
     qint64 readData(char* data, qint64 maxSize) override {
-        if (m_clock.hasExpired(m_budgetMs)) {
+        if (m_clock.hasExpired(m_budgetMs))
             m_expired = true;
-            return -1;
+        if (m_expired)
+            return 0;
+        qint64 done = 0;
+        for (qint64 at = pos(); done < maxSize && at < m_size;) {
+            const size_t k = size_t(std::upper_bound(m_starts.begin(), m_starts.end(), at) -
+                                    m_starts.begin() - 1);
+            const FilePiece& piece = m_pieces[k];
+            const qint64 within = at - m_starts[k];
+            qint64 count = std::min(maxSize - done, piece.size - within);
+            if (!piece.replacement.isEmpty())
+                std::memcpy(data + done, piece.replacement.constData() + within, size_t(count));
+            else if (!m_file.seek(piece.offset + within) ||
+                     (count = m_file.read(data + done, count)) <= 0)
+                break; // the file changed under us: its picture ends here
+            done += count;
+            at += count;
         }
-        return m_source.read(data, maxSize);
+        return done;
     }
     qint64 writeData(const char*, qint64) override { return -1; }
 
   private:
-    QIODevice& m_source;
+    QIODevice& m_file;
+    const std::vector<FilePiece>& m_pieces;
+    std::vector<qint64> m_starts;
+    qint64 m_size = 0;
     qint64 m_budgetMs;
     QElapsedTimer m_clock;
     bool m_expired = false;
 };
 
-/// While alive, what the image libraries report on this thread is kept here instead of printed,
-/// and passed on only when lcDecoder's warnings are enabled. Most of it comes through Qt's message
-/// handler; libpng writes its errors straight to the standard error stream, which is therefore
-/// sent to a scratch file for the time of the decoding (nothing else of the program prints then).
-/// Qt messages of other threads go where they went before.
-class DecoderMessages {
-  public:
-    DecoderMessages() {
-        t_current = this;
-        s_previous = qInstallMessageHandler(&DecoderMessages::route);
-        std::fflush(stderr);
-        m_scratch = std::tmpfile();
-        m_savedStderr = m_scratch ? ::dup(STDERR_FILENO) : -1;
-        if (m_savedStderr >= 0)
-            ::dup2(::fileno(m_scratch), STDERR_FILENO);
-    }
-    ~DecoderMessages() {
-        if (m_savedStderr >= 0) {
-            std::fflush(stderr);
-            ::dup2(m_savedStderr, STDERR_FILENO);
-            ::close(m_savedStderr);
-            keepWritten();
-        }
-        if (m_scratch)
-            std::fclose(m_scratch);
-        qInstallMessageHandler(s_previous.load());
-        t_current = nullptr;
-    }
-    DecoderMessages(const DecoderMessages&) = delete;
-    DecoderMessages& operator=(const DecoderMessages&) = delete;
+void tiffMessage(const char* module, const char* format, va_list arguments) {
+    const QString text = QString::vasprintf(format, arguments);
+    qCWarning(lcDecoder).noquote() << "libtiff:" << QString::fromLocal8Bit(module) << text;
+}
 
-    bool mention(const char* words) const {
-        return std::any_of(m_lines.cbegin(), m_lines.cend(), [words](const QString& line) {
-            return line.contains(QLatin1String(words));
-        });
-    }
-
-  private:
-    static void route(QtMsgType type, const QMessageLogContext& context, const QString& text) {
-        if (t_current && qstrcmp(context.category, lcDecoder().categoryName()) != 0) {
-            t_current->m_lines << text;
-            if (!lcDecoder().isWarningEnabled())
-                return;
-        }
-        if (const QtMessageHandler previous = s_previous.load())
-            previous(type, context, text);
-        else // Qt's own output, which has no handler of its own to call
-            std::fprintf(stderr, "%s\n", qPrintable(qFormatLogMessage(type, context, text)));
-    }
-
-    // What the libraries wrote to the standard error stream, passed on as decoder messages.
-    void keepWritten() {
-        std::rewind(m_scratch);
-        QByteArray written;
-        char block[4096];
-        for (size_t n; (n = std::fread(block, 1, sizeof block, m_scratch)) > 0;)
-            written.append(block, qsizetype(n));
-        for (const QByteArray& line : written.split('\n'))
-            if (!line.isEmpty())
-                qCWarning(lcDecoder).noquote() << QString::fromLocal8Bit(line);
-        m_lines << QString::fromLocal8Bit(written);
-    }
-
-    QStringList m_lines;
-    std::FILE* m_scratch = nullptr;
-    int m_savedStderr = -1;
-    static inline thread_local DecoderMessages* t_current = nullptr;
-    static inline std::atomic<QtMessageHandler> s_previous = nullptr;
-};
+/// What every decoding shares, set once: Qt's TIFF plugin leaves libtiff's messages to its
+/// default handlers, which print; and the decoders' allocation limit is a global of Qt's.
+void prepareDecoders() {
+    static std::once_flag prepared;
+    std::call_once(prepared, [] {
+        TIFFSetErrorHandler(&tiffMessage);
+        TIFFSetWarningHandler(&tiffMessage);
+        QImageReader::setAllocationLimit(kAllocationLimitMiB);
+    });
+}
 
 /// Pictures of more than 8 bits a channel come down to 8 in place: the program works in 8 bits,
 /// and a 100-megapixel picture of 16-bit channels would otherwise be held twice.
@@ -154,14 +125,22 @@ void toEightBits(QImage& image) {
                             : QImage::Format_ARGB32_Premultiplied);
 }
 
-/// image turned as its EXIF orientation says, keeping its colour space: mirrored and flipped first,
-/// then turned a quarter clockwise, as the orientation's transformations are defined.
-QImage upright(const QImage& image, QImageIOHandler::Transformations orientation) {
-    if (image.isNull() || orientation == QImageIOHandler::TransformationNone)
+/// image turned as its EXIF orientation (1 to 8) says, keeping its colour space: mirrored and
+/// flipped first, then turned a quarter clockwise, as the orientation's transformations are
+/// defined.
+QImage upright(const QImage& image, int orientation) {
+    using T = QImageIOHandler::Transformation;
+    static const QImageIOHandler::Transformations byOrientation[] = {
+        T::TransformationNone,     T::TransformationNone,
+        T::TransformationMirror,   T::TransformationRotate180,
+        T::TransformationFlip,     T::TransformationFlipAndRotate90,
+        T::TransformationRotate90, T::TransformationMirrorAndRotate90,
+        T::TransformationRotate270};
+    const QImageIOHandler::Transformations turn = byOrientation[std::clamp(orientation, 0, 8)];
+    if (image.isNull() || turn == T::TransformationNone)
         return image;
-    QImage turned = image.mirrored(orientation & QImageIOHandler::TransformationMirror,
-                                   orientation & QImageIOHandler::TransformationFlip);
-    if (orientation & QImageIOHandler::TransformationRotate90)
+    QImage turned = image.mirrored(turn & T::TransformationMirror, turn & T::TransformationFlip);
+    if (turn & T::TransformationRotate90)
         turned = turned.transformed(QTransform().rotate(90));
     turned.setColorSpace(image.colorSpace());
     return turned;
@@ -169,31 +148,41 @@ QImage upright(const QImage& image, QImageIOHandler::Transformations orientation
 
 LoadedPicture decode(QIODevice& device, const PictureHeader& header, const QString& name,
                      PictureDepth depth) {
+    prepareDecoders();
     const qint64 pixels = qint64(header.size.width()) * header.size.height();
-    DeadlineDevice limited(device, kBudgetBaseMs + qint64(kBudgetNsPerPixel * pixels / 1e6));
-    QImageReader reader(&limited, header.format);
-    // Only the decoder of the format the content showed: no other installed plugin sees the file.
-    reader.setAutoDetectImageFormat(false);
-    // Turned upright here, not by the reader: Qt's turning drops the picture's colour space.
-    reader.setAutoTransform(false);
-    QImageReader::setAllocationLimit(kAllocationLimitMiB);
+    PictureView view(device, header.picture,
+                     kBudgetBaseMs + qint64(kBudgetNsPerPixel * pixels / 1e6));
     QImage image;
+    bool tooLarge = false;
     {
-        const DecoderMessages messages;
-        image = upright(reader.read(), reader.transformation());
-        if (limited.expired())
-            return {{},
-                    refusal(name, QStringLiteral("decoding it takes too long: the file is "
-                                                 "damaged or made to stall the decoder."))};
-        if (image.isNull() && messages.mention("allocation limit"))
-            return {{}, refusal(name, oversized(header.size))};
+        const LibraryMessages messages;
+        if (header.format == "png") {
+            DecodedPng png = decodePng(view, qint64(kAllocationLimitMiB) << 20);
+            image = std::move(png.image);
+            tooLarge = png.tooLarge;
+        } else {
+            QImageReader reader(&view, header.format);
+            // Only the decoder of the format the content showed: no other plugin sees the file.
+            reader.setAutoDetectImageFormat(false);
+            // The orientation is the header's to read, and Qt's turning drops the colour space.
+            reader.setAutoTransform(false);
+            image = reader.read();
+            tooLarge = image.isNull() && messages.mention("allocation limit");
+        }
     }
+    if (view.expired())
+        return {{},
+                refusal(name, QStringLiteral("decoding it takes too long: the file is damaged or "
+                                             "made to stall the decoder."))};
+    if (tooLarge)
+        return {{}, refusal(name, oversized(header.size))};
     if (image.isNull())
         return {{},
                 refusal(name, QStringLiteral("its picture data cannot be decoded: the file is "
                                              "damaged, or it is a kind of %1 that Clarovi "
                                              "cannot read.")
                                   .arg(QString::fromLatin1(header.format.toUpper())))};
+    image = upright(image, header.orientation);
     if (tooLargeToOpen(image.size()))
         return {{}, refusal(name, oversized(image.size()))};
     if (depth == PictureDepth::EightBits)
@@ -203,25 +192,28 @@ LoadedPicture decode(QIODevice& device, const PictureHeader& header, const QStri
 
 } // namespace
 
-QString saveFailure(const QString& path, const QString& reason) {
-    return QStringLiteral("Cannot save \u201c%1\u201d: %2").arg(QFileInfo(path).fileName(), reason);
+QString openPictureFile(const QString& path, QFile& file) {
+    if (!QFileInfo(path).isFile())
+        return refusal(path, QStringLiteral("the file does not exist."));
+    // Unbuffered: its structure is read a few bytes here and there across the whole file.
+    file.setFileName(path);
+    if (!file.open(QIODevice::ReadOnly | QIODevice::Unbuffered))
+        return refusal(path, QStringLiteral("it cannot be read: %1.").arg(file.errorString()));
+    return {};
 }
 
 LoadedPicture readPicture(const QString& path, PictureDepth depth) {
-    if (!QFileInfo(path).isFile())
-        return {{}, refusal(path, QStringLiteral("the file does not exist."))};
-    // Unbuffered: its structure is read a few bytes here and there across the whole file.
-    QFile file(path);
-    if (!file.open(QIODevice::ReadOnly | QIODevice::Unbuffered))
-        return {{},
-                refusal(path, QStringLiteral("it cannot be read: %1.").arg(file.errorString()))};
+    QFile file;
+    if (const QString error = openPictureFile(path, file); !error.isEmpty())
+        return {{}, error};
     return readPicture(file, path, depth);
 }
 
-LoadedPicture readPicture(QIODevice& device, const QString& name, PictureDepth depth) {
+LoadedPicture readPicture(QIODevice& device, const QString& name, PictureDepth depth,
+                          PictureHeader* read) {
     if (device.size() == 0)
         return {{}, refusal(name, QStringLiteral("the file is empty."))};
-    const PictureHeader header = readPictureHeader(device);
+    PictureHeader header = readPictureHeader(device);
     if (header.format.isEmpty())
         return {{},
                 refusal(name, QStringLiteral("it is not a PNG, JPEG, TIFF, BMP, WebP or GIF "
@@ -230,7 +222,10 @@ LoadedPicture readPicture(QIODevice& device, const QString& name, PictureDepth d
         return {{}, refusal(name, oversized(header.size))};
     if (!header.problem.isEmpty())
         return {{}, refusal(name, header.problem + QLatin1Char('.'))};
-    return decode(device, header, name, depth);
+    LoadedPicture loaded = decode(device, header, name, depth);
+    if (read)
+        *read = std::move(header);
+    return loaded;
 }
 
 LoadedPicture loadPicture(const QString& path) {
@@ -253,26 +248,10 @@ QString savePng(const QImage& picture, const QString& path) {
     QByteArray png;
     QBuffer buffer(&png);
     buffer.open(QIODevice::WriteOnly);
+    const LibraryMessages messages; // the encoder's warnings are not the user's business
     if (!picture.save(&buffer, "PNG"))
         return saveFailure(path, QStringLiteral("the picture could not be encoded as PNG."));
     return writeAtomically(path, png);
-}
-
-QString writeAtomically(const QString& path, const QByteArray& bytes) {
-    QSaveFile file(path);
-    if (!file.open(QIODevice::WriteOnly))
-        return saveFailure(path, file.errorString() + QLatin1Char('.'));
-    errno = 0;
-    // Flushed first: commit does not notice a failure to write what QFileDevice buffered, which
-    // is all of a file of less than 16 KiB.
-    if (file.write(bytes) == bytes.size() && file.flush() && file.commit())
-        return {};
-    // A full disk or a file size limit leaves Qt without words of its own; the system has some.
-    const int failure = errno;
-    QString reason = file.errorString();
-    if (failure != 0 && (reason.isEmpty() || reason == QLatin1String("Unknown error")))
-        reason = QString::fromLocal8Bit(std::strerror(failure));
-    return saveFailure(path, reason + QLatin1Char('.'));
 }
 
 bool hasMoreThanEightBits(QImage::Format format) {

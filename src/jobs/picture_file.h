@@ -35,11 +35,6 @@ LoadedPicture loadPicture(QIODevice& device, const QString& name);
 /// The file a save goes to: "png" appended to a name without an extension, others unchanged.
 QString savePathFor(const QString& chosenPath);
 
-/// Writes bytes to path through a temporary file renamed into place, so that a failure or a full
-/// disk leaves an existing file untouched and no partial one. Returns an empty string on success,
-/// otherwise a sentence naming the file and the reason.
-QString writeAtomically(const QString& path, const QByteArray& bytes);
-
 /// Writes picture as PNG to path atomically: on failure the existing file is left untouched.
 /// Returns an empty string on success, otherwise a sentence naming the file and the reason.
 QString savePng(const QImage& picture, const QString& path);

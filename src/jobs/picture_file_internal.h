@@ -3,6 +3,7 @@
 #include "picture_file.h"
 
 #include <QByteArray>
+#include <QFile>
 #include <QIODevice>
 #include <QImage>
 #include <QString>
@@ -15,14 +16,16 @@ enum class PictureDepth {
     Source,    ///< the decoder's format is kept
 };
 
-/// loadPicture's reading, with its refusals, keeping the source's depth when asked to.
+/// Opens path for readPicture; a refusal naming the file when it cannot be, else empty.
+QString openPictureFile(const QString& path, QFile& file);
+
+/// loadPicture's reading, with its refusals, keeping the source's depth when asked to; the
+/// structure read is handed back in header when given.
 LoadedPicture readPicture(const QString& path, PictureDepth depth);
-LoadedPicture readPicture(QIODevice& device, const QString& name, PictureDepth depth);
+LoadedPicture readPicture(QIODevice& device, const QString& name, PictureDepth depth,
+                          PictureHeader* header = nullptr);
 
 /// Whether pictures of this format have more than 8 bits per channel.
 bool hasMoreThanEightBits(QImage::Format format);
-
-/// "Cannot save “name”: reason".
-QString saveFailure(const QString& path, const QString& reason);
 
 } // namespace clarovi::jobs

@@ -1,11 +1,16 @@
 #include "picture_header.h"
 
+#include "file_structure.h"
+
 #include <QtEndian>
 
 #include <algorithm>
+#include <array>
 #include <climits>
 #include <cmath>
 #include <cstring>
+#include <iterator>
+#include <optional>
 #include <vector>
 
 namespace clarovi::jobs {
@@ -26,84 +31,57 @@ constexpr double kRleRatio = 128.0; // BMP run-length: 255 pixels per 2 bytes
 // Headers, tables and rounding that a small picture's data may save on.
 constexpr double kSlack = 4096.0;
 
-/// Reads fields anywhere in a random-access device; a field past the end reads as missing. Reads
-/// go through a window of the file, so that walking a picture's many small chunks reads it in
-/// large pieces from front to back, as a disk serves best, instead of a few bytes at a time.
-class Fields {
-  public:
-    explicit Fields(QIODevice& device) : m_device(device), m_size(device.size()) {}
-    qint64 size() const { return m_size; }
-
-    /// count bytes at pos, or an empty array when they are not all inside the file.
-    QByteArray at(qint64 pos, qint64 count) const {
-        if (count <= 0 || !contains(pos, count))
-            return {};
-        if (pos < m_windowStart || pos + count > m_windowStart + m_window.size()) {
-            if (!m_device.seek(pos))
-                return {};
-            m_window = m_device.read(std::max(count, kWindow));
-            m_windowStart = pos;
-            if (m_window.size() < count)
-                return {};
-        }
-        return m_window.mid(pos - m_windowStart, count);
-    }
-    bool contains(qint64 pos, qint64 count) const {
-        return pos >= 0 && count >= 0 && pos <= m_size - count;
-    }
-
-  private:
-    static constexpr qint64 kWindow = 1 << 20;
-    QIODevice& m_device;
-    qint64 m_size;
-    mutable QByteArray m_window;
-    mutable qint64 m_windowStart = 0;
-};
-
-// Fields of a block read from the file; a field beyond the block reads as 0, which the callers'
-// checks of the block's size rule out anyway.
-template <typename T, bool bigEndian> T field(const QByteArray& b, int at) {
-    if (at < 0 || at + qsizetype(sizeof(T)) > b.size())
-        return 0;
-    return bigEndian ? qFromBigEndian<T>(b.constData() + at)
-                     : qFromLittleEndian<T>(b.constData() + at);
-}
-quint16 be16(const QByteArray& b, int at) {
-    return field<quint16, true>(b, at);
-}
-quint32 be32(const QByteArray& b, int at) {
-    return field<quint32, true>(b, at);
-}
-quint16 le16(const QByteArray& b, int at) {
-    return field<quint16, false>(b, at);
-}
-quint32 le32(const QByteArray& b, int at) {
-    return field<quint32, false>(b, at);
-}
-quint32 le24(const QByteArray& b, int at) {
-    return quint32(le16(b, at)) | quint32(field<quint8, false>(b, at + 2)) << 16;
-}
+// The other way round, the most data a picture can need. No sound encoder makes its data larger
+// than twice the pixels' own bytes (deflate and PackBits add under 1 %, LZW's 12-bit codes at most
+// half), nor a JPEG block larger than 1 KiB (64 coefficients of at most 26 bits, every byte
+// stuffed); a megabyte more leaves room for headers and for small pictures.
+constexpr double kMostExpansion = 2.0;
+constexpr double kMostJpegBlockBytes = 1024.0;
+constexpr double kMostSlack = 1 << 20;
+// Chunks, segments or blocks of any kind a file may hold: photographs have a few dozen, a PNG of
+// 100 megapixels written in 1 KiB pieces a few hundred thousand.
+constexpr qint64 kMostEntries = 1'000'000;
+// What a GIF may hold in extensions before its picture (comments, application data).
+constexpr qint64 kMostGifExtensionBytes = 16 << 20;
+// An ICC profile in JPEG is numbered in at most 255 segments.
+constexpr int kMostIccSegments = 255;
 
 PictureHeader damaged(const char* format, const QString& why) {
-    return {format, kNoSize, why};
+    return {format, kNoSize, why, 1, {}, {}};
 }
 
 QString truncated() {
     return QStringLiteral("the file is truncated or damaged: it ends inside the picture");
 }
 
-/// The size, or a problem when the data cannot hold that many pixels of rawBytes at the given
-/// ratio.
-PictureHeader sized(const char* format, QSize size, double dataBytes, double rawBytes,
-                    double ratio) {
-    if (dataBytes * ratio + kSlack < rawBytes)
-        return damaged(format,
-                       QStringLiteral("the file is truncated or damaged: %1 bytes of picture data "
-                                      "cannot hold %2 \u00d7 %3 pixels")
-                           .arg(qint64(dataBytes))
-                           .arg(size.width())
-                           .arg(size.height()));
-    return {format, size, {}};
+QString tooManyEntries(const char* what) {
+    return QStringLiteral("it holds more than %1 %2: it is damaged or made to stall the decoder")
+        .arg(kMostEntries)
+        .arg(QLatin1String(what));
+}
+
+QString tooMuchData(qint64 bytes, QSize size) {
+    return QStringLiteral("it holds more picture data (%1 bytes or more) than %2 \u00d7 %3 pixels "
+                          "can need: it is damaged or made to stall the decoder")
+        .arg(bytes)
+        .arg(size.width())
+        .arg(size.height());
+}
+
+/// The most bytes of data a picture of rawBytes of pixels can need.
+double mostData(double rawBytes) {
+    return rawBytes * kMostExpansion + kMostSlack;
+}
+
+/// The problem when the data cannot hold that many pixels of rawBytes at the given ratio, or none.
+std::optional<QString> tooLittleData(QSize size, double dataBytes, double rawBytes, double ratio) {
+    if (dataBytes * ratio + kSlack >= rawBytes)
+        return std::nullopt;
+    return QStringLiteral("the file is truncated or damaged: %1 bytes of picture data cannot hold "
+                          "%2 \u00d7 %3 pixels")
+        .arg(qint64(dataBytes))
+        .arg(size.width())
+        .arg(size.height());
 }
 
 /// A size from header fields, or an empty one when they do not fit a QSize.
@@ -112,6 +90,61 @@ QSize sizeOf(qint64 width, qint64 height) {
         return {};
     return QSize(int(width), int(height));
 }
+
+/// What a format's reader gathers as it walks the file: the pieces the decoder is shown (adjacent
+/// ones joined), the metadata's places and the orientation.
+class Walk {
+  public:
+    explicit Walk(const char* format) : m_header{format, kNoSize, {}, 1, {}, {}} {}
+
+    void show(qint64 offset, qint64 size) {
+        std::vector<FilePiece>& pieces = m_header.picture;
+        if (size <= 0)
+            return;
+        if (!pieces.empty() && pieces.back().replacement.isEmpty() &&
+            pieces.back().offset + pieces.back().size == offset)
+            pieces.back().size += size;
+        else
+            pieces.push_back({offset, size, {}});
+    }
+    void showInstead(const QByteArray& bytes) {
+        m_header.picture.push_back({0, bytes.size(), bytes});
+    }
+    void keep(MetadataKind kind, qint64 offset, qint64 size, bool deflated = false,
+              bool rawProfile = false) {
+        if (size > 0)
+            m_header.metadata.push_back({kind, offset, size, deflated, rawProfile});
+    }
+    bool has(MetadataKind kind) const {
+        return std::any_of(m_header.metadata.begin(), m_header.metadata.end(),
+                           [kind](const MetadataBlock& block) { return block.kind == kind; });
+    }
+    /// Keeps the first EXIF block and the orientation in it; an "Exif\0\0" prefix, which some
+    /// writers put in PNG and WebP files too, is passed over.
+    void keepExif(const Fields& file, qint64 offset, qint64 size) {
+        if (has(MetadataKind::Exif))
+            return;
+        if (file.at(offset, 6) == QByteArray("Exif\0\0", 6)) {
+            offset += 6;
+            size -= 6;
+        }
+        keep(MetadataKind::Exif, offset, size);
+        m_header.orientation = exifOrientation(
+            Fields(file.device(), file.start() + offset, std::max<qint64>(size, 0)));
+    }
+    /// Counts an entry walked; false once there are too many.
+    bool count() { return ++m_entries <= kMostEntries; }
+
+    PictureHeader done(QSize size) {
+        m_header.size = size;
+        return std::move(m_header);
+    }
+    PictureHeader& header() { return m_header; }
+
+  private:
+    PictureHeader m_header;
+    qint64 m_entries = 0;
+};
 
 int pngBitsPerPixel(int depth, int colourType) {
     static const std::pair<int, int> channels[] = {{0, 1}, {2, 3}, {3, 1}, {4, 2}, {6, 4}};
@@ -129,9 +162,61 @@ QString chunkName(const QByteArray& type) {
     return letters ? QString::fromLatin1(type) : QString::fromLatin1("0x" + type.toHex());
 }
 
+/// Whether the PNG decoder is shown a chunk: the critical ones (unknown critical chunks make it
+/// refuse the file, as it should) and the ancillary ones that change the pixels or say what their
+/// colours are short of a profile. Text, EXIF, XMP, the profile (the export's to copy as it is,
+/// and megabytes of it would take the decoder's time) and unknown ancillary chunks are not its
+/// business.
+bool pngDecoderNeeds(const QByteArray& type) {
+    static const char* const kept[] = {"tRNS", "gAMA", "cHRM", "sRGB", "sBIT", "pHYs"};
+    return (type[0] >= 'A' && type[0] <= 'Z') ||
+           std::any_of(std::begin(kept), std::end(kept), [&](const char* t) { return type == t; });
+}
+
+/// The zero-terminated keyword at the start of a chunk of length bytes at pos, or empty.
+QByteArray pngKeyword(const Fields& file, qint64 pos, qint64 length) {
+    const QByteArray start = file.at(pos, std::min<qint64>(length, 80));
+    const qsizetype end = start.indexOf('\0');
+    return end > 0 ? start.left(end) : QByteArray();
+}
+
+/// An iTXt chunk holding XMP: keyword, compression flag and method, language tag and translated
+/// keyword (both zero-terminated), then the text.
+void keepPngXmp(const Fields& file, qint64 pos, qint64 length, Walk& walk) {
+    static const QByteArray keyword("XML:com.adobe.xmp");
+    if (walk.has(MetadataKind::Xmp) || pngKeyword(file, pos, length) != keyword)
+        return;
+    const QByteArray head = file.at(pos, std::min<qint64>(length, 4096));
+    const qsizetype language = keyword.size() + 3;
+    const qsizetype translated = head.indexOf('\0', language) + 1;
+    const qsizetype text = translated > 0 ? head.indexOf('\0', translated) + 1 : 0;
+    if (text > 0 && head.size() > language)
+        walk.keep(MetadataKind::Xmp, pos + text, length - text, head[keyword.size() + 1] != 0);
+}
+
+/// A tEXt or zTXt chunk holding metadata as ImageMagick and exiv2 write it into PNG files: the
+/// keyword "Raw profile type " and the kind, then the data in hexadecimal text (deflated in
+/// zTXt). The orientation in such EXIF data is not read (it would take decompressing it): the
+/// picture is not turned by it, and the export keeps it as it was.
+void keepPngRawProfile(const Fields& file, qint64 pos, qint64 length, bool deflated, Walk& walk) {
+    static const std::pair<const char*, MetadataKind> profiles[] = {
+        {"exif", MetadataKind::Exif},
+        {"APP1", MetadataKind::Exif},
+        {"xmp", MetadataKind::Xmp},
+        {"iptc", MetadataKind::Photoshop}};
+    const QByteArray keyword = pngKeyword(file, pos, length);
+    const qint64 text = keyword.size() + 1 + (deflated ? 1 : 0);
+    for (const auto& [name, kind] : profiles)
+        if (keyword == QByteArray("Raw profile type ") + name && !walk.has(kind))
+            walk.keep(kind, pos + text, length - text, deflated, true);
+}
+
 PictureHeader readPng(const Fields& file) {
+    Walk walk("png");
+    walk.show(0, 8);
     qint64 pos = 8;
     qint64 idat = 0;
+    double mostIdat = 0;
     QSize size;
     int bitsPerPixel = 0;
     for (bool first = true;; first = false) {
@@ -144,6 +229,8 @@ PictureHeader readPng(const Fields& file) {
             return damaged("png", QStringLiteral("the file is truncated or damaged: its %1 chunk "
                                                  "claims %2 bytes")
                                       .arg(chunkName(type), QString::number(length)));
+        if (!walk.count())
+            return damaged("png", tooManyEntries("PNG chunks"));
         if (first) {
             const QByteArray ihdr = file.at(pos + 8, 13);
             if (type != "IHDR" || length != 13 || ihdr.isEmpty())
@@ -155,18 +242,37 @@ PictureHeader readPng(const Fields& file) {
             if (size.isEmpty() || bitsPerPixel == 0)
                 return damaged("png", QStringLiteral("its PNG header is damaged"));
             if (tooLargeToOpen(size))
-                return {"png", size, {}};
+                return {"png", size, {}, 1, {}, {}};
+            // Interlaced rows carry a filter byte per pass and row: at most seven times as many.
+            const double rowBytes = std::ceil(double(size.width()) * bitsPerPixel / 8.0) + 7.0;
+            mostIdat = mostData(rowBytes * size.height());
         } else if (type == "IDAT") {
             idat += length;
-        } else if (type == "IEND") {
-            break;
+            if (double(idat) > mostIdat)
+                return damaged("png", tooMuchData(idat, size));
+        } else if (type == "eXIf") {
+            walk.keepExif(file, pos + 8, length);
+        } else if (type == "iTXt") {
+            keepPngXmp(file, pos + 8, length, walk);
+        } else if (type == "tEXt" || type == "zTXt") {
+            keepPngRawProfile(file, pos + 8, length, type == "zTXt", walk);
+        } else if (type == "iCCP") { // name, compression method, deflated profile
+            const qint64 name = pngKeyword(file, pos + 8, length).size();
+            if (name > 0)
+                walk.keep(MetadataKind::Icc, pos + 8 + name + 2, length - name - 2, true);
         }
+        if (pngDecoderNeeds(type))
+            walk.show(pos, 12 + length);
+        if (type == "IEND")
+            break;
         pos += 12 + length;
     }
     if (idat == 0)
         return damaged("png", QStringLiteral("it holds no picture data"));
     const double rowBytes = std::ceil(double(size.width()) * bitsPerPixel / 8.0) + 1.0;
-    return sized("png", size, double(idat), rowBytes * size.height(), kDeflateRatio);
+    if (auto problem = tooLittleData(size, double(idat), rowBytes * size.height(), kDeflateRatio))
+        return damaged("png", *problem);
+    return walk.done(size);
 }
 
 struct JpegFrame {
@@ -196,18 +302,23 @@ double jpegBlocks(const JpegFrame& frame) {
     return blocks;
 }
 
-/// Skips the entropy-coded data that follows a scan header at pos, counting its bytes; returns
-/// where the next marker's 0xFF is, or -1 when the file ends first.
-qint64 skipEntropyData(QIODevice& device, qint64 pos, qint64& dataBytes) {
+constexpr qint64 kEndOfFile = -1;
+constexpr qint64 kTooMuch = -2;
+
+/// Skips the entropy-coded data (or stray bytes) at start, adding the bytes passed to skipped;
+/// returns where the next marker's 0xFF is, kEndOfFile when the file ends first, or kTooMuch as
+/// soon as skipped passes most.
+qint64 skipEntropyData(const Fields& file, qint64 start, qint64& skipped, double most) {
     constexpr qint64 kChunk = 1 << 16;
-    const qint64 start = pos;
     bool pendingFF = false;
-    if (!device.seek(pos))
-        return -1;
-    for (;;) {
-        const QByteArray chunk = device.read(kChunk);
+    for (qint64 pos = start;;) {
+        if (double(skipped + pos - start) > most) {
+            skipped += pos - start;
+            return kTooMuch;
+        }
+        const QByteArray chunk = file.at(pos, std::min(kChunk, file.size() - pos));
         if (chunk.isEmpty())
-            return -1;
+            return kEndOfFile;
         const char* data = chunk.constData();
         for (qsizetype i = 0; i < chunk.size(); ++i) {
             if (!pendingFF) {
@@ -224,7 +335,7 @@ qint64 skipEntropyData(QIODevice& device, qint64 pos, qint64& dataBytes) {
                 pendingFF = false;
             } else if (byte != 0xFF) {
                 const qint64 marker = pos + i - 1;
-                dataBytes += marker - start;
+                skipped += marker - start;
                 return marker;
             }
         }
@@ -232,18 +343,82 @@ qint64 skipEntropyData(QIODevice& device, qint64 pos, qint64& dataBytes) {
     }
 }
 
-PictureHeader readJpeg(const Fields& file, QIODevice& device) {
+/// An APPn segment's signature: what it holds.
+enum class JpegApp { Jfif, Exif, Xmp, Icc, Photoshop, Adobe, Other };
+constexpr size_t kJpegApps = size_t(JpegApp::Other) + 1;
+
+JpegApp jpegApp(int marker, const QByteArray& start) {
+    if (marker == 0xE0 && start.startsWith("JFIF"))
+        return JpegApp::Jfif;
+    if (marker == 0xE1 && start.startsWith(QByteArray("Exif\0\0", 6)))
+        return JpegApp::Exif;
+    if (marker == 0xE1 && start.startsWith(QByteArray("http://ns.adobe.com/xap/1.0/\0", 29)))
+        return JpegApp::Xmp;
+    if (marker == 0xE2 && start.startsWith(QByteArray("ICC_PROFILE\0", 12)))
+        return JpegApp::Icc;
+    if (marker == 0xED && start.startsWith(QByteArray("Photoshop 3.0\0", 14)))
+        return JpegApp::Photoshop;
+    if (marker == 0xEE && start.startsWith("Adobe"))
+        return JpegApp::Adobe;
+    return JpegApp::Other;
+}
+
+/// An APPn or COM segment of length bytes (its length field included) at pos: its metadata kept,
+/// and shown to the decoder when it needs it (JFIF, and the first Adobe segment, which says how
+/// the colours are coded). The decoder is shown no EXIF, whose orientation is read here, and no
+/// profile, which is the export's to copy.
+void walkJpegApp(const Fields& file, int marker, qint64 pos, qint64 length, Walk& walk,
+                 std::array<int, kJpegApps>& seen) {
+    const JpegApp app = jpegApp(marker, file.at(pos + 2, std::min<qint64>(length - 2, 29)));
+    const int count = seen[size_t(app)]++; // of this kind before it
+    const bool first = count == 0;
+    switch (app) {
+    case JpegApp::Exif:
+        walk.keepExif(file, pos + 2, length - 2);
+        return;
+    case JpegApp::Xmp:
+        if (first)
+            walk.keep(MetadataKind::Xmp, pos + 2 + 29, length - 2 - 29);
+        return;
+    case JpegApp::Icc: // signature, sequence number and count before each piece
+        if (count < kMostIccSegments)
+            walk.keep(MetadataKind::Icc, pos + 2 + 14, length - 2 - 14);
+        return;
+    case JpegApp::Photoshop:
+        walk.keep(MetadataKind::Photoshop, pos + 2 + 14, length - 2 - 14);
+        return;
+    case JpegApp::Jfif:
+    case JpegApp::Adobe:
+        if (first)
+            walk.show(pos - 2, length + 2);
+        return;
+    case JpegApp::Other:
+        return;
+    }
+}
+
+PictureHeader readJpeg(const Fields& file) {
+    Walk walk("jpeg");
+    walk.show(0, 2);
     JpegFrame frame;
+    std::array<int, kJpegApps> seen{}; // APPn segments of each kind so far
     int scans = 0;
-    qint64 dataBytes = 0;
+    qint64 dataBytes = 0; // of the scans
+    qint64 skipped = 0;   // of the scans and stray bytes
+    // Stray bytes between segments are allowed a megabyte before the frame says how much the
+    // picture can need.
+    double most = kMostSlack;
     qint64 pos = 2;
     for (;;) {
         const QByteArray prefix = file.at(pos, 2);
         if (prefix.isEmpty())
             break; // no end marker: the decoder copes, and the data check below still holds
+        if (!walk.count())
+            return damaged("jpeg", tooManyEntries("JPEG segments"));
         if (quint8(prefix[0]) != 0xFF) { // stray bytes between segments
-            qint64 ignored = 0;
-            pos = skipEntropyData(device, pos, ignored);
+            pos = skipEntropyData(file, pos, skipped, most);
+            if (pos == kTooMuch)
+                return damaged("jpeg", tooMuchData(skipped, QSize(frame.width, frame.height)));
             if (pos < 0)
                 break;
             continue;
@@ -254,14 +429,21 @@ PictureHeader readJpeg(const Fields& file, QIODevice& device) {
             continue;
         }
         pos += 2;
-        if (marker == 0xD9)
+        if (marker == 0xD9) {
+            walk.show(pos - 2, 2);
             break;
+        }
         if (marker == 0x01 || (marker >= 0xD0 && marker <= 0xD8))
             continue;
         const QByteArray lengthField = file.at(pos, 2);
         const qint64 length = lengthField.isEmpty() ? 0 : be16(lengthField, 0);
         if (length < 2 || !file.contains(pos, length))
             return damaged("jpeg", truncated());
+        if ((marker >= 0xE0 && marker <= 0xEF) || marker == 0xFE) {
+            walkJpegApp(file, marker, pos, length, walk, seen);
+            pos += length;
+            continue;
+        }
         if (isStartOfFrame(marker)) {
             const QByteArray sof = file.at(pos + 2, length - 2);
             const int components = sof.size() >= 6 ? quint8(sof[5]) : 0;
@@ -277,8 +459,10 @@ PictureHeader readJpeg(const Fields& file, QIODevice& device) {
             if (frame.width == 0 || frame.height == 0)
                 return damaged("jpeg", QStringLiteral("its JPEG frame header gives no size"));
             if (tooLargeToOpen(QSize(frame.width, frame.height)))
-                return {"jpeg", QSize(frame.width, frame.height), {}};
+                return {"jpeg", QSize(frame.width, frame.height), {}, 1, {}, {}};
+            most += jpegBlocks(frame) * kMostJpegBlockBytes;
         }
+        const qint64 segment = pos - 2;
         pos += length;
         if (marker == 0xDA) {
             if (++scans > kMaxJpegScans)
@@ -286,111 +470,31 @@ PictureHeader readJpeg(const Fields& file, QIODevice& device) {
                                                       "photographs hold a few: it is damaged or "
                                                       "made to stall the decoder")
                                            .arg(kMaxJpegScans));
-            pos = skipEntropyData(device, pos, dataBytes);
+            const qint64 end = skipEntropyData(file, pos, skipped, most);
+            if (end == kTooMuch)
+                return damaged("jpeg", tooMuchData(skipped, QSize(frame.width, frame.height)));
+            if (end >= 0)
+                dataBytes += end - pos;
+            walk.show(segment, (end < 0 ? file.size() : end) - segment);
+            pos = end;
             if (pos < 0)
                 break;
+            continue;
         }
+        walk.show(segment, pos - segment);
     }
     if (frame.width == 0)
         return damaged("jpeg", QStringLiteral("it holds no JPEG frame"));
     if (scans == 0)
         return damaged("jpeg", QStringLiteral("it holds no picture data"));
     const QSize size(frame.width, frame.height);
-    if (frame.arithmetic) // arithmetic coding can spend less than a bit on a block
-        return {"jpeg", size, {}};
-    // At least one bit per block: a byte of data for every 8 blocks.
-    return sized("jpeg", size, double(dataBytes), jpegBlocks(frame), 8.0);
+    // At least one bit per block, a byte of data for every 8 blocks, unless arithmetic coding,
+    // which can spend less than a bit on a block.
+    if (!frame.arithmetic)
+        if (auto problem = tooLittleData(size, double(dataBytes), jpegBlocks(frame), 8.0))
+            return damaged("jpeg", *problem);
+    return walk.done(size);
 }
-
-struct TiffField {
-    int type = 0;
-    qint64 count = 0;
-    qint64 valueAt = 0; ///< where the values are: in the entry, or where it points
-};
-
-int tiffTypeSize(int type) {
-    switch (type) {
-    case 1:
-    case 2:
-    case 6:
-    case 7:
-        return 1;
-    case 3:
-    case 8:
-        return 2;
-    case 4:
-    case 9:
-    case 11:
-    case 13:
-        return 4;
-    case 5:
-    case 10:
-    case 12:
-        return 8;
-    default:
-        return 0;
-    }
-}
-
-class TiffDirectory {
-  public:
-    TiffDirectory(const Fields& file, bool bigEndian) : m_file(file), m_big(bigEndian) {}
-
-    /// Reads the directory at offset; false when it does not lie inside the file.
-    bool read(qint64 offset) {
-        const QByteArray countField = m_file.at(offset, 2);
-        if (countField.isEmpty())
-            return false;
-        const int count = u16(countField, 0);
-        const QByteArray entries = m_file.at(offset + 2, qint64(count) * 12);
-        if (count == 0 || entries.isEmpty())
-            return false;
-        for (int e = 0; e < count; ++e) {
-            const int tag = u16(entries, 12 * e);
-            TiffField field{u16(entries, 12 * e + 2), u32(entries, 12 * e + 4), 0};
-            const qint64 bytes = field.count * tiffTypeSize(field.type);
-            field.valueAt = bytes <= 4 ? offset + 2 + 12 * e + 8 : u32(entries, 12 * e + 8);
-            if (tiffTypeSize(field.type) == 0 || !m_file.contains(field.valueAt, bytes))
-                return false;
-            m_fields.emplace_back(tag, field);
-        }
-        return true;
-    }
-
-    bool has(int tag) const { return find(tag) != nullptr; }
-
-    /// The first values of a SHORT or LONG field, at most limit of them; empty when missing.
-    std::vector<qint64> values(int tag, qint64 limit) const {
-        const TiffField* field = find(tag);
-        if (!field || (field->type != 3 && field->type != 4))
-            return {};
-        const int size = tiffTypeSize(field->type);
-        const qint64 count = std::min(field->count, limit);
-        const QByteArray bytes = m_file.at(field->valueAt, count * size);
-        std::vector<qint64> result;
-        for (qint64 k = 0; k < count && !bytes.isEmpty(); ++k)
-            result.push_back(size == 2 ? u16(bytes, int(2 * k)) : u32(bytes, int(4 * k)));
-        return result;
-    }
-    qint64 value(int tag, qint64 fallback) const {
-        const std::vector<qint64> v = values(tag, 1 << 16);
-        return v.empty() ? fallback : *std::max_element(v.begin(), v.end());
-    }
-
-  private:
-    const TiffField* find(int tag) const {
-        for (const auto& [t, field] : m_fields)
-            if (t == tag)
-                return &field;
-        return nullptr;
-    }
-    int u16(const QByteArray& b, int at) const { return m_big ? be16(b, at) : le16(b, at); }
-    qint64 u32(const QByteArray& b, int at) const { return m_big ? be32(b, at) : le32(b, at); }
-
-    const Fields& m_file;
-    bool m_big;
-    std::vector<std::pair<int, TiffField>> m_fields;
-};
 
 /// The most bytes of samples one byte of data can stand for, or 0 for a compression we refuse.
 double tiffRatio(qint64 compression) {
@@ -411,19 +515,124 @@ double tiffRatio(qint64 compression) {
     }
 }
 
+/// The picture's directory, with the checks a decoder needs before it trusts a field.
+class TiffDirectory {
+  public:
+    TiffDirectory(const TiffStructure& tiff, std::vector<TiffEntry> entries)
+        : m_tiff(tiff), m_entries(std::move(entries)) {}
+
+    const std::vector<TiffEntry>& entries() const { return m_entries; }
+    bool has(int tag) const { return findTiffEntry(m_entries, tag) != nullptr; }
+    std::vector<qint64> values(int tag, qint64 limit) const {
+        const TiffEntry* entry = findTiffEntry(m_entries, tag);
+        return entry ? m_tiff.values(*entry, limit) : std::vector<qint64>();
+    }
+    /// The largest of the field's first values (a field of several is one per sample).
+    qint64 value(int tag, qint64 fallback) const {
+        const std::vector<qint64> v = values(tag, 1 << 16);
+        return v.empty() ? fallback : *std::max_element(v.begin(), v.end());
+    }
+
+  private:
+    const TiffStructure& m_tiff;
+    std::vector<TiffEntry> m_entries;
+};
+
+// Tags of the picture's directory that hold metadata.
+constexpr int kOrientationTag = 274;
+constexpr int kXmpTag = 700;
+constexpr int kIptcTag = 33723;
+constexpr int kPhotoshopTag = 34377;
+constexpr int kIccTag = 34675;
+
+// The tags of the picture's directory that the decoder needs: the size, samples and their
+// format, compression and its tables, photometric interpretation, colours, strips or tiles, and
+// resolution. The decoder is not shown the others (text, EXIF, XMP, the profile and the like, and
+// the orientation, which is read here for every format): it would read all their values, and a
+// thousand tags pointing at one large block would keep it reading for ever.
+constexpr std::array<int, 35> kDecoderTiffTags = {
+    254, 256, 257, 258, 259, 262, 266, 273, 277, 278, 279, 280, 281, 282, 283, 284, 296, 317,
+    318, 319, 320, 322, 323, 324, 325, 332, 338, 339, 340, 341, 347, 529, 530, 531, 532};
+
+std::vector<TiffEntry> decoderEntries(const std::vector<TiffEntry>& entries) {
+    std::vector<TiffEntry> kept;
+    std::copy_if(entries.begin(), entries.end(), std::back_inserter(kept), [](const TiffEntry& e) {
+        return std::find(kDecoderTiffTags.begin(), kDecoderTiffTags.end(), e.tag) !=
+               kDecoderTiffTags.end();
+    });
+    return kept;
+}
+
+/// Why the entries the decoder is shown cannot be those of a sound file, or nothing: a type TIFF
+/// does not define, values outside the file, or values that overlap to more than the file holds.
+std::optional<QString> tiffDirectoryProblem(const std::vector<TiffEntry>& entries,
+                                            const Fields& file) {
+    double values = 0;
+    for (const TiffEntry& entry : entries) {
+        if (tiffTypeSize(entry.type) == 0 || !entry.inside(file))
+            return QStringLiteral("its TIFF directory is damaged");
+        if (entry.bytes() > 4)
+            values += double(entry.bytes());
+    }
+    if (values > double(file.size()))
+        return QStringLiteral("the values of its TIFF directory overlap to more bytes than the "
+                              "file holds: it is damaged or made to stall the decoder");
+    return std::nullopt;
+}
+
+/// Shows the decoder the file with its picture's directory holding only the entries it needs,
+/// rewritten in place (the same bytes or fewer, the rest zeros, no next directory).
+void showTiff(const Fields& file, const TiffStructure& tiff, const std::vector<TiffEntry>& all,
+              Walk& walk) {
+    const qint64 at = tiff.firstDirectory();
+    const qint64 length = std::min(2 + 12 * qint64(all.size()) + 4, file.size() - at);
+    QByteArray directory(length, '\0');
+    qint64 kept = 0;
+    for (size_t e = 0; e < all.size(); ++e)
+        if (std::find(kDecoderTiffTags.begin(), kDecoderTiffTags.end(), all[e].tag) !=
+                kDecoderTiffTags.end() &&
+            2 + 12 * (kept + 1) + 4 <= length)
+            directory.replace(2 + 12 * kept++, 12, file.at(at + 2 + 12 * qint64(e), 12));
+    const quint16 count = quint16(kept);
+    tiff.bigEndian() ? qToBigEndian(count, directory.data())
+                     : qToLittleEndian(count, directory.data());
+    walk.show(0, at);
+    walk.showInstead(directory);
+    walk.show(at + length, file.size() - at - length);
+}
+
+void keepTiffMetadata(const TiffDirectory& ifd, const Fields& file, Walk& walk) {
+    walk.keep(MetadataKind::Exif, 0, file.size());
+    const std::pair<int, MetadataKind> kinds[] = {{kXmpTag, MetadataKind::Xmp},
+                                                  {kIptcTag, MetadataKind::Iptc},
+                                                  {kPhotoshopTag, MetadataKind::Photoshop},
+                                                  {kIccTag, MetadataKind::Icc}};
+    for (const auto& [tag, kind] : kinds)
+        if (const TiffEntry* entry = findTiffEntry(ifd.entries(), tag);
+            entry && entry->inside(file))
+            walk.keep(kind, entry->valueAt, entry->bytes());
+    const qint64 orientation = ifd.value(kOrientationTag, 1);
+    walk.header().orientation = orientation >= 1 && orientation <= 8 ? int(orientation) : 1;
+}
+
 PictureHeader readTiff(const Fields& file, const QByteArray& start) {
     const bool big = start.startsWith("MM");
     if ((big ? be16(start, 2) : le16(start, 2)) == 43)
         return damaged("tiff", QStringLiteral("it is a BigTIFF file, which Clarovi does not open; "
                                               "save it as a standard TIFF"));
-    TiffDirectory ifd(file, big);
-    if (!ifd.read(big ? be32(start, 4) : le32(start, 4)))
+    const std::optional<TiffStructure> tiff = TiffStructure::at(file);
+    const auto entries = tiff ? tiff->directory(tiff->firstDirectory()) : std::nullopt;
+    if (!entries || entries->empty())
         return damaged("tiff", QStringLiteral("its TIFF directory is damaged"));
+    const std::vector<TiffEntry> needed = decoderEntries(*entries);
+    if (auto problem = tiffDirectoryProblem(needed, file))
+        return damaged("tiff", *problem);
+    const TiffDirectory ifd(*tiff, needed);
     const QSize size = sizeOf(ifd.value(256, 0), ifd.value(257, 0));
     if (size.isEmpty())
         return damaged("tiff", QStringLiteral("its TIFF directory gives no size"));
     if (tooLargeToOpen(size))
-        return {"tiff", size, {}};
+        return {"tiff", size, {}, 1, {}, {}};
     const qint64 compression = ifd.value(259, 1);
     const double ratio = tiffRatio(compression);
     if (ratio == 0.0)
@@ -460,18 +669,30 @@ PictureHeader readTiff(const Fields& file, const QByteArray& start) {
     if (qint64(offsets.size()) != expected || qint64(counts.size()) != expected)
         return damaged("tiff", QStringLiteral("its TIFF directory does not locate every part of "
                                               "the picture"));
+    // Tiles are stored whole; strips only as far as the picture goes.
+    const double bitsPerSample = double(samples / planes * bits);
+    const double pieceBytes = std::ceil(pieceWidth * bitsPerSample / 8.0) * pieceHeight;
+    // A JPEG-compressed piece may take more than its samples' own bytes.
+    const double mostPerPiece = compression == 7
+                                    ? pieceBytes / 64.0 * kMostJpegBlockBytes + kMostSlack
+                                    : mostData(pieceBytes);
     double data = 0;
     for (qint64 k = 0; k < expected; ++k) {
         if (!file.contains(offsets[size_t(k)], counts[size_t(k)]))
             return damaged("tiff", truncated());
+        if (double(counts[size_t(k)]) > mostPerPiece)
+            return damaged("tiff", tooMuchData(counts[size_t(k)], size));
         data += double(counts[size_t(k)]);
     }
-    // Tiles are stored whole; strips only as far as the picture goes.
-    const double bitsPerSample = double(samples / planes * bits);
     const double rawBytes =
-        tiled ? std::ceil(pieceWidth * bitsPerSample / 8.0) * pieceHeight * pieces
+        tiled ? pieceBytes * pieces
               : std::ceil(size.width() * bitsPerSample / 8.0) * size.height() * double(planes);
-    return sized("tiff", size, data, rawBytes, ratio);
+    if (auto problem = tooLittleData(size, data, rawBytes, ratio))
+        return damaged("tiff", *problem);
+    Walk walk("tiff");
+    showTiff(file, *tiff, *entries, walk);
+    keepTiffMetadata(TiffDirectory(*tiff, *entries), file, walk);
+    return walk.done(size);
 }
 
 PictureHeader readBmp(const Fields& file) {
@@ -506,36 +727,49 @@ PictureHeader readBmp(const Fields& file) {
     if (size.isEmpty() || !knownDepth || !file.contains(dataStart, 1))
         return damaged("bmp", QStringLiteral("its BMP header is damaged"));
     if (tooLargeToOpen(size))
-        return {"bmp", size, {}};
+        return {"bmp", size, {}, 1, {}, {}};
     const double data = double(file.size() - dataStart);
     const double stride = std::ceil(double(width) * bitsPerPixel / 32.0) * 4.0;
+    double needed = 0;
+    std::optional<QString> problem;
     switch (compression) {
     case 0: // the last row may go without its padding
     case 3:
     case 6:
-        return sized("bmp", size, data + stride, stride * double(height), 1.0);
-    case 1: // run-length coded
+        needed = stride * double(height);
+        problem = tooLittleData(size, data + stride, needed, 1.0);
+        break;
+    case 1: // run-length coded: at most two bytes a pixel, and two to end each row
     case 2:
-        return sized("bmp", size, data, double(width) * double(height), kRleRatio);
+        needed = 2.0 * double(width) * double(height) + 2.0 * double(height) + kMostSlack;
+        problem = tooLittleData(size, data, double(width) * double(height), kRleRatio);
+        break;
     default:
         return damaged("bmp", QStringLiteral("it is a BMP with compression %1, which Clarovi does "
                                              "not read")
                                   .arg(compression));
     }
+    if (problem)
+        return damaged("bmp", *problem);
+    Walk walk("bmp");
+    walk.show(0, std::min(file.size(), dataStart + qint64(needed)));
+    return walk.done(size);
 }
 
-/// Skips the data sub-blocks at pos; returns the position after them (-1 if the file ends first)
-/// and adds their bytes to dataBytes.
-qint64 skipSubBlocks(const Fields& file, qint64 pos, qint64& dataBytes) {
+/// Skips the data sub-blocks at pos; returns the position after them, kEndOfFile when the file
+/// ends first, or kTooMuch once their bytes, added to dataBytes, pass most.
+qint64 skipSubBlocks(const Fields& file, qint64 pos, qint64& dataBytes, qint64 most) {
     for (;;) {
         const QByteArray length = file.at(pos, 1);
         if (length.isEmpty())
-            return -1;
+            return kEndOfFile;
         const int count = quint8(length[0]);
         ++pos;
         if (count == 0)
             return pos;
         dataBytes += count;
+        if (dataBytes > most)
+            return kTooMuch;
         pos += count;
     }
 }
@@ -547,14 +781,19 @@ PictureHeader readGif(const Fields& file) {
     int width = le16(screen, 0), height = le16(screen, 2);
     const int flags = quint8(screen[4]);
     qint64 pos = 13 + ((flags & 0x80) ? 3 * (2 << (flags & 7)) : 0);
+    qint64 extensions = 0;
     for (;;) {
         const QByteArray introducer = file.at(pos, 1);
         if (introducer.isEmpty())
             return damaged("gif", truncated());
-        qint64 ignored = 0;
         switch (quint8(introducer[0])) {
         case 0x21: // an extension: its label, then sub-blocks
-            pos = skipSubBlocks(file, pos + 2, ignored);
+            pos = skipSubBlocks(file, pos + 2, extensions, kMostGifExtensionBytes);
+            if (pos == kTooMuch)
+                return damaged("gif", QStringLiteral("it holds more than %1 MiB of GIF extensions "
+                                                     "before its picture: it is damaged or made "
+                                                     "to stall the decoder")
+                                          .arg(kMostGifExtensionBytes >> 20));
             if (pos < 0)
                 return damaged("gif", truncated());
             continue;
@@ -568,15 +807,25 @@ PictureHeader readGif(const Fields& file) {
             // The decoder makes a picture of the screen, grown to hold the first frame.
             width = std::max(width, le16(image, 0) + frameWidth);
             height = std::max(height, le16(image, 2) + frameHeight);
-            if (tooLargeToOpen(QSize(width, height)))
-                return {"gif", QSize(width, height), {}};
+            const QSize size(width, height);
+            if (tooLargeToOpen(size))
+                return {"gif", size, {}, 1, {}, {}};
             const int frameFlags = quint8(image[8]);
             pos += 10 + ((frameFlags & 0x80) ? 3 * (2 << (frameFlags & 7)) : 0) + 1;
+            const double pixels = double(frameWidth) * frameHeight;
             qint64 data = 0;
-            if (skipSubBlocks(file, pos, data) < 0)
+            const qint64 end = skipSubBlocks(file, pos, data, qint64(mostData(pixels)));
+            if (end == kTooMuch)
+                return damaged("gif", tooMuchData(data, size));
+            if (end < 0)
                 return damaged("gif", truncated());
-            return sized("gif", QSize(width, height), double(data),
-                         double(frameWidth) * frameHeight, kLzwRatio);
+            if (auto problem = tooLittleData(size, double(data), pixels, kLzwRatio))
+                return damaged("gif", *problem);
+            // The first frame and the end of the file: the decoder needs nothing after it.
+            Walk walk("gif");
+            walk.show(0, end);
+            walk.showInstead(";");
+            return walk.done(size);
         }
         default:
             return damaged("gif", QStringLiteral("it holds no GIF picture"));
@@ -599,30 +848,65 @@ QSize webpFrameSize(const Fields& file, const QByteArray& fourcc, qint64 at) {
     return sizeOf((bits & 0x3fff) + 1, ((bits >> 14) & 0x3fff) + 1);
 }
 
+/// What the WebP decoder is shown: the RIFF header, its size made that of what is shown, and the
+/// chunks of the canvas and its first frame.
 PictureHeader readWebp(const Fields& file) {
-    QSize canvas;
+    Walk walk("webp");
+    walk.showInstead(QByteArray("RIFF\0\0\0\0WEBP", 12));
+    QSize canvas, picture;
     for (qint64 pos = 12;;) {
+        // What follows the picture, even a damaged end, is not the decoder's business.
         const QByteArray chunk = file.at(pos, 8);
+        if (chunk.isEmpty() && !picture.isEmpty())
+            break;
         if (chunk.isEmpty())
             return damaged("webp", truncated());
+        if (!walk.count())
+            return damaged("webp", tooManyEntries("WebP chunks"));
         const QByteArray fourcc = chunk.left(4);
         const qint64 length = le32(chunk, 4);
+        if (!file.contains(pos + 8, length) && !picture.isEmpty())
+            break;
         if (!file.contains(pos + 8, length))
             return damaged("webp", truncated());
-        if (fourcc == "VP8X") {
+        const qint64 whole = std::min(8 + length + (length & 1), file.size() - pos);
+        if (fourcc == "VP8X" && picture.isEmpty()) {
             const QByteArray extended = file.at(pos + 8, 10);
             if (extended.isEmpty())
                 return damaged("webp", truncated());
             canvas = sizeOf(qint64(le24(extended, 4)) + 1, qint64(le24(extended, 7)) + 1);
-        } else if (fourcc == "VP8 " || fourcc == "VP8L" || fourcc == "ANMF") {
+            walk.show(pos, whole);
+        } else if (fourcc == "ICCP") {
+            walk.keep(MetadataKind::Icc, pos + 8, length);
+        } else if (fourcc == "ANIM") {
+            walk.show(pos, whole);
+        } else if ((fourcc == "ALPH" || fourcc == "VP8 " || fourcc == "VP8L" || fourcc == "ANMF") &&
+                   picture.isEmpty()) {
             // An animation's frames are drawn on the canvas, which is what the decoder makes.
             const QSize frame = fourcc == "ANMF" ? canvas : webpFrameSize(file, fourcc, pos + 8);
-            if (frame.isEmpty() || (canvas.isValid() && canvas.expandedTo(frame) != canvas))
-                return damaged("webp", QStringLiteral("its WebP frame header is damaged"));
-            return {"webp", canvas.isValid() ? canvas : frame, {}};
+            if (fourcc != "ALPH") {
+                if (frame.isEmpty() || (canvas.isValid() && canvas.expandedTo(frame) != canvas))
+                    return damaged("webp", QStringLiteral("its WebP frame header is damaged"));
+                picture = canvas.isValid() ? canvas : frame;
+                if (tooLargeToOpen(picture))
+                    return {"webp", picture, {}, 1, {}, {}};
+                if (double(length) > mostData(4.0 * picture.width() * picture.height()))
+                    return damaged("webp", tooMuchData(length, picture));
+            }
+            walk.show(pos, whole);
+        } else if (fourcc == "EXIF") {
+            walk.keepExif(file, pos + 8, length);
+        } else if (fourcc == "XMP " && !walk.has(MetadataKind::Xmp)) {
+            walk.keep(MetadataKind::Xmp, pos + 8, length);
         }
         pos += 8 + length + (length & 1);
     }
+    PictureHeader header = walk.done(picture);
+    qint64 shown = 0;
+    for (const FilePiece& piece : header.picture)
+        shown += piece.size;
+    qToLittleEndian(quint32(shown - 8), header.picture.front().replacement.data() + 4);
+    return header;
 }
 
 QByteArray formatOf(const QByteArray& start) {
@@ -651,7 +935,7 @@ PictureHeader readPictureHeader(QIODevice& device) {
     if (format == "png")
         return readPng(file);
     if (format == "jpeg")
-        return readJpeg(file, device);
+        return readJpeg(file);
     if (format == "tiff")
         return start.size() >= 8 ? readTiff(file, start) : damaged("tiff", truncated());
     if (format == "bmp")

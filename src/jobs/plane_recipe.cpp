@@ -203,14 +203,21 @@ std::vector<Tile> tilesOf(cv::Size plane, int reach, const PlaneRecipe& recipe) 
     return tiles;
 }
 
+bool blurBelowAPixel(const Setting& setting, const PlaneRecipe& recipe) {
+    return engine::MakePsfD(setting.blur, recipe.scale).total() == 1;
+}
+
 bool restorePlanes(std::vector<cv::Mat>& planes, const Setting& setting, const PlaneRecipe& recipe,
                    const JobControl& control) {
     if (planes.empty() || planes.front().empty())
         return true;
     checkPlanes(planes);
+    if (blurBelowAPixel(setting, recipe))
+        return true; // nothing to undo, and nothing sharp to smooth
+    const cv::Mat kernel = engine::MakePsfD(setting.blur, recipe.scale);
     const int threads = recipe.threads > 0 ? recipe.threads : QThread::idealThreadCount();
     const PlaneWork work =
-        planWork(planes, engine::MakePsfD(setting.blur, recipe.scale), setting, recipe, threads);
+        planWork(planes, kernel, setting, recipe, threads);
     std::vector<cv::Mat> outputs;
     for (const cv::Mat& plane : planes)
         outputs.emplace_back(plane.size(), plane.type());

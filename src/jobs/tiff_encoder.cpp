@@ -1,7 +1,5 @@
 #include "tiff_encoder.h"
 
-#include <QColorSpace>
-
 #include <tiffio.h>
 
 #include <algorithm>
@@ -75,6 +73,11 @@ int keepError(TIFF*, void* error, const char*, const char* format, va_list argum
     return 1;
 }
 
+// libtiff's default handler would print its warnings; a picture written here has none worth one.
+int ignoreWarning(TIFF*, void*, const char*, const char*, va_list) {
+    return 1;
+}
+
 struct SampleLayout {
     uint16_t channels = 3;
     uint16_t bits = 8;
@@ -114,10 +117,6 @@ bool setFields(TIFF* tiff, const QImage& image, SampleLayout layout) {
         const uint16_t alpha[] = {EXTRASAMPLE_UNASSALPHA};
         set = TIFFSetField(tiff, TIFFTAG_EXTRASAMPLES, uint16_t(1), alpha);
     }
-    const QByteArray profile =
-        image.colorSpace().isValid() ? image.colorSpace().iccProfile() : QByteArray();
-    if (set && !profile.isEmpty())
-        set = TIFFSetField(tiff, TIFFTAG_ICCPROFILE, uint32_t(profile.size()), profile.constData());
     return set;
 }
 
@@ -172,6 +171,7 @@ bool writeTiff(const QImage& image, MemoryFile& file, QString& error) {
     const std::unique_ptr<TIFFOpenOptions, decltype(&TIFFOpenOptionsFree)> options(
         TIFFOpenOptionsAlloc(), &TIFFOpenOptionsFree);
     TIFFOpenOptionsSetErrorHandlerExtR(options.get(), &keepError, &error);
+    TIFFOpenOptionsSetWarningHandlerExtR(options.get(), &ignoreWarning, nullptr);
     const std::unique_ptr<TIFF, decltype(&TIFFClose)> tiff(
         TIFFClientOpenExt("export", "w", &file, &readMemory, &writeMemory, &seekMemory,
                           &closeMemory, &sizeOfMemory, &mapNothing, &unmapNothing, options.get()),

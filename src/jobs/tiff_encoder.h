@@ -14,8 +14,8 @@ struct EncodedFile {
 
 /// image as a TIFF file in memory, deflate-compressed with horizontal prediction: grey for
 /// Grayscale8 and Grayscale16, RGB for RGB32 and RGBX64, RGB with unassociated alpha for ARGB32
-/// and RGBA64, with 8 or 16 bits per sample as image has (other formats as RGBX64 or RGBA64), and
-/// image's ICC profile when it has one.
+/// and RGBA64, with 8 or 16 bits per sample as image has (other formats as RGBX64 or RGBA64). The
+/// colour profile is the metadata's to add.
 EncodedFile encodeTiff(const QImage& image);
 
 } // namespace clarovi::jobs

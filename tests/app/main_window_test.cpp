@@ -27,6 +27,11 @@ class TitlePaints : public QObject {
     }
 };
 
+QByteArray readFileBytes(const QString& path) {
+    QFile file(path);
+    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
+}
+
 QString writeFile(const QString& path, const QByteArray& contents) {
     QFile file(path);
     file.open(QIODevice::WriteOnly);
@@ -239,6 +244,32 @@ TEST_F(MainWindowTest, SaveAsWritesThePhotographAndSavePreviewThePictureShown) {
     QFile old(target);
     ASSERT_TRUE(old.open(QIODevice::ReadOnly));
     EXPECT_EQ(old.readAll(), QByteArray("old contents"));
+}
+
+// Neither Save Preview nor Save As writes over the photograph, under any name, nor to a name
+// that is only an extension; each says so and starts nothing.
+TEST_F(MainWindowTest, SavesRefuseThePhotographItselfAndANameWithoutABase) {
+    const QString photograph = dir.filePath("photo.png");
+    ASSERT_TRUE(QFile::copy(kSample, photograph));
+    openSample(photograph);
+    const std::pair<QString, const char*> targets[] = {
+        {photograph, "the photograph being restored"},
+        {dir.filePath("./photo.png"), "the photograph being restored"},
+        {dir.filePath(".jpg"), "nothing before its extension"}};
+    for (const auto& [target, reason] : targets) {
+        window->setSaveFileChooser([&](const QString&) { return target; });
+        window->setExportFileChooser([&](const clarovi::app::ExportChoice&) {
+            return clarovi::app::ExportChoice{target, {}};
+        });
+        window->SaveImage();
+        QTest::keyClick(window.get(), Qt::Key_S, Qt::ControlModifier | Qt::ShiftModifier);
+        EXPECT_TRUE(outlet("psfCountD")->isEnabled()) << "nothing started";
+        ASSERT_EQ(messages.size(), 2) << target.toStdString();
+        EXPECT_TRUE(messages[0].contains(reason) && messages[1].contains(reason))
+            << messages.join(' ').toStdString();
+        messages.clear();
+    }
+    EXPECT_EQ(readFileBytes(photograph), readFileBytes(kSample));
 }
 
 // A corrupt file, opened or dropped, is refused with a message; what was open stays.

@@ -1,11 +1,11 @@
 #include "cli_options.h"
+#include "cli_run.h"
 #include "common/file_size_limit.h"
 #include "engine/blur_estimate.h"
 
 #include <QFile>
 #include <QFileInfo>
 #include <QImage>
-#include <QProcess>
 #include <QTemporaryDir>
 #include <gtest/gtest.h>
 
@@ -78,22 +78,8 @@ TEST(CliOptions, RefusesWithAReason) {
 
 namespace {
 
-struct CliRun {
-    int exitCode = -1;
-    QByteArray errors;
-    QByteArray output;
-    qsizetype messages() const { return ("\n" + errors).count("\nclarovi-cli: "); } // its own
-};
-
-CliRun runCli(const QStringList& arguments) {
-    QProcess process;
-    process.start(QStringLiteral(CLAROVI_CLI), arguments);
-    const bool clean =
-        process.waitForFinished(60'000) && process.exitStatus() == QProcess::NormalExit;
-    process.kill(); // only if it hangs
-    return {clean ? process.exitCode() : -1, process.readAllStandardError(),
-            process.readAllStandardOutput()};
-}
+using clarovi::testing::CliRun;
+using clarovi::testing::runCli;
 
 const QString kSample = QStringLiteral(CLAROVI_DATA_DIR "/coffee-defocus.png");
 

@@ -57,7 +57,10 @@ TEST(ExportFile, KeepsTheDepthAndValuesOfTheSourceWhereTheFormatHoldsThem) {
         ASSERT_EQ(read.bitsPerChannel, 16) << read.error.toStdString();
         EXPECT_FALSE(read.hasAlpha);
 
-        ASSERT_EQ(writeExport(read.image, dir.filePath(c.target), source, {}), QString());
+        QStringList notes;
+        ASSERT_EQ(writeExport(read.image, dir.filePath(c.target), read.metadata, {}, notes),
+                  QString());
+        EXPECT_TRUE(notes.isEmpty()) << notes.join(' ').toStdString();
         const QImage back(dir.filePath(c.target));
         ASSERT_EQ(back.format(), c.written);
         if (back.depth() == deepPicture(c.source).depth()) {
@@ -103,7 +106,10 @@ TEST(ExportFile, WritesTheUprightPictureWithTheCamerasMetadataTrueOfIt) {
 
     for (const char* target : {"out.png", "out.tif", "out.jpg"}) {
         SCOPED_TRACE(target);
-        ASSERT_EQ(writeExport(read.image, dir.filePath(target), source, {}), QString());
+        QStringList notes;
+        ASSERT_EQ(writeExport(read.image, dir.filePath(target), read.metadata, {}, notes),
+                  QString());
+        EXPECT_TRUE(notes.isEmpty()) << notes.join(' ').toStdString();
         const auto metadata = metadataOf(dir.filePath(target));
         const Exiv2::ExifData& exif = metadata->exifData();
         EXPECT_EQ(metadata->xmpData()["Xmp.tiff.Orientation"].toString(), "1");
@@ -127,13 +133,14 @@ TEST(ExportFile, AFailedOrRefusedWriteLeavesTheFolderAsItWas) {
     ASSERT_TRUE(file.open(QIODevice::WriteOnly) && file.write("old contents") == 12);
     file.close();
     const QImage picture = deepPicture(QImage::Format_RGBX64, 64, 64);
+    QStringList notes;
     const QString error = [&] {
         clarovi::testing::FileSizeLimit fullDisk(1000); // fills up half-way through the write
-        return writeExport(picture, existing, {}, {});
+        return writeExport(picture, existing, {}, {}, notes);
     }();
     EXPECT_TRUE(error.contains("kept.tif")) << error.toStdString();
     EXPECT_FALSE(exportFormatOf(dir.filePath("out.bmp")));
-    EXPECT_TRUE(writeExport(picture, dir.filePath("out.bmp"), {}, {}).contains("out.bmp"));
+    EXPECT_TRUE(writeExport(picture, dir.filePath("out.bmp"), {}, {}, notes).contains("out.bmp"));
 
     ASSERT_TRUE(file.open(QIODevice::ReadOnly));
     EXPECT_EQ(file.readAll(), QByteArray("old contents"));
