@@ -2,8 +2,8 @@
 // file: its structure, then its EXIF, XMP, IPTC and profile read and checked against the limits,
 // then written by exiv2 into a small PNG, TIFF or JPEG in memory (the input's last byte chooses
 // which, and whether grey), so that every input runs in milliseconds.
-#include "jobs/export_metadata.h"
-#include "jobs/picture_header.h"
+#include "files/export_metadata.h"
+#include "files/picture_header.h"
 
 #include <QBuffer>
 #include <QImage>
@@ -40,13 +40,13 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
         QByteArray::fromRawData(reinterpret_cast<const char*>(data), qsizetype(size));
     QBuffer buffer(&bytes);
     buffer.open(QIODevice::ReadOnly);
-    const jobs::PictureHeader header = jobs::readPictureHeader(buffer);
+    const files::PictureHeader header = files::readPictureHeader(buffer);
     if (header.format.isEmpty())
         return 0;
-    const jobs::SourceMetadata metadata =
-        jobs::readSourceMetadata(buffer, header, QStringLiteral("input"), header.orientation > 1);
+    const files::SourceMetadata metadata =
+        files::readSourceMetadata(buffer, header, QStringLiteral("input"), header.orientation > 1);
     const size_t choice = data[size - 1] % targets.size();
     QStringList notes;
-    jobs::withMetadata(targets[choice], metadata, kTargetSize, choice >= 3, notes);
+    files::withMetadata(targets[choice], metadata, kTargetSize, choice >= 3, notes);
     return 0;
 }

@@ -4,7 +4,7 @@
 #include "engine/image_bridge.h"
 #include "jobs/controller_state.h"
 #include "jobs/headless_window.h"
-#include "jobs/picture_file.h"
+#include "files/picture_file.h"
 #include "jobs/restoration_jobs.h"
 #include "jobs/slider_ranges.h"
 
@@ -42,7 +42,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
         QByteArray::fromRawData(reinterpret_cast<const char*>(data), qsizetype(size));
     QBuffer buffer(&bytes);
     buffer.open(QIODevice::ReadOnly);
-    const jobs::LoadedPicture loaded = jobs::loadPicture(buffer, QStringLiteral("input"));
+    const files::LoadedPicture loaded = files::loadPicture(buffer, QStringLiteral("input"));
     if (!loaded.image.isNull())
         restoreOnce(loaded.image);
     return 0;

@@ -8,7 +8,7 @@ cmake -S . -B build -G Ninja >/dev/null
 cmake --build build --target clarovi clarovi-cli
 picture=${1:-data/coffee-defocus.png}
 if [ -z "${DISPLAY:-}" ] && [ -z "${WAYLAND_DISPLAY:-}" ]; then
-  echo "No display to show the window on; without one, use build/src/app/clarovi-cli --help."
+  echo "No display to show the window on; without one, use build/src/cli/clarovi-cli --help."
   exit 1
 fi
 exec build/src/app/clarovi "$picture"

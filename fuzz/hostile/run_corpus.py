@@ -1,7 +1,7 @@
 #!/usr/bin/env python3
 """Runs clarovi-cli --full-size on a corpus of make_corpus.py and reports what went wrong.
 
-    run_corpus.py CORPUS --cli build/src/app/clarovi-cli [--jobs 2] [--report FILE]
+    run_corpus.py CORPUS --cli build/src/cli/clarovi-cli [--jobs 2] [--report FILE]
 
 Every file is exported with --length 1 (a blur below a pixel: the photograph is written as it
 is) to PNG, TIFF or JPEG in turn, half of them over an existing file. A run is counted as a

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "jobs/export_file.h"
+#include "files/export_file.h"
 
 #include <QDialog>
 
@@ -15,7 +15,7 @@ namespace clarovi::app {
 /// Where and how the full-size restoration is written.
 struct ExportChoice {
     QString path;
-    jobs::ExportOptions options;
+    files::ExportOptions options;
 };
 
 /// Save As: the file's name and folder (with a Browse… button), its format, the JPEG quality and

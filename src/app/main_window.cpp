@@ -4,7 +4,7 @@
 #include "engine/log.h"
 #include "gallery_window.h"
 #include "help_window.h"
-#include "jobs/picture_file.h"
+#include "files/picture_file.h"
 
 #include <QAbstractSpinBox>
 #include <QApplication>
@@ -296,7 +296,7 @@ void MainWindow::pickIt() {
 bool MainWindow::setImageInputForPictureTaker(const QString& path) {
     if (!m_board.controlsFree() && !m_state.sourceImage.isNull())
         return false;
-    const jobs::LoadedPicture picture = jobs::loadPicture(path);
+    const files::LoadedPicture picture = files::loadPicture(path);
     if (picture.image.isNull()) {
         reportError(picture.error);
         return false;

@@ -1,7 +1,7 @@
 // The window's longer jobs: the blur estimate, the automatic search, the full-size export and the
 // preview's save, and the enlarged spectrum.
 #include "engine/log.h"
-#include "jobs/picture_file.h"
+#include "files/picture_file.h"
 #include "main_window.h"
 #include "spectrum_window.h"
 
@@ -112,10 +112,10 @@ void MainWindow::SaveImage() {
         m_saveChooser(proposedPath(kSaveFolderKey, QStringLiteral("preview.png")));
     if (chosen.isEmpty())
         return;
-    const QString path = jobs::savePathFor(chosen);
-    QString error = jobs::targetProblem(path, m_openedPath);
+    const QString path = files::savePathFor(chosen);
+    QString error = files::targetProblem(path, m_openedPath);
     if (error.isEmpty())
-        error = jobs::savePng(img01->image(), path);
+        error = files::savePng(img01->image(), path);
     if (!error.isEmpty()) {
         reportError(error);
         return;
@@ -127,17 +127,17 @@ void MainWindow::SaveImage() {
 void MainWindow::exportFullSize() {
     if (m_openedPath.isEmpty() || !m_board.controlsFree())
         return;
-    const jobs::ExportOptions remembered{
+    const files::ExportOptions remembered{
         m_settings.value(QLatin1String(kDepthKey), 0).toInt(),
-        m_settings.value(QLatin1String(kJpegQualityKey), jobs::ExportOptions{}.jpegQuality)
+        m_settings.value(QLatin1String(kJpegQualityKey), files::ExportOptions{}.jpegQuality)
             .toInt()};
     const std::optional<ExportChoice> chosen = m_exportChooser(
         {proposedPath(kExportFolderKey, QStringLiteral("restored.png")), remembered});
     if (!chosen)
         return;
-    const jobs::ExportRequest request{m_openedPath, jobs::savePathFor(chosen->path), setting(),
+    const jobs::ExportRequest request{m_openedPath, files::savePathFor(chosen->path), setting(),
                                       chosen->options};
-    if (const QString error = jobs::exportTargetError(request.target, request.source);
+    if (const QString error = files::exportTargetError(request.target, request.source);
         !error.isEmpty()) {
         reportError(error);
         return;

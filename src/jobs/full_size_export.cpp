@@ -68,7 +68,7 @@ ExportResult failed(const QString& message) {
 
 // Reading, restoring and writing: what can throw.
 ExportResult readRestoreAndWrite(const ExportRequest& request, const JobControl& control) {
-    ExportSource source = readExportSource(request.source);
+    files::ExportSource source = files::readExportSource(request.source);
     if (source.image.isNull())
         return failed(source.error);
     if (control.progress)
@@ -77,8 +77,8 @@ ExportResult readRestoreAndWrite(const ExportRequest& request, const JobControl&
         return {ExportResult::Outcome::Cancelled, {}};
 
     QStringList notes = source.metadata.notes;
-    if (blurBelowAPixel(request.setting,
-                        {engine::workingScale({source.image.width(), source.image.height()})}))
+    if (blurBelowAPixel(request.setting.blur,
+                        engine::workingScale({source.image.width(), source.image.height()})))
         notes << QStringLiteral("At the size of \u201c%1\u201d the blur set is smaller than a "
                                 "pixel: the photograph was written as it is.")
                      .arg(QFileInfo(request.source).fileName());
@@ -88,8 +88,8 @@ ExportResult readRestoreAndWrite(const ExportRequest& request, const JobControl&
     if (cancelled(control))
         return {ExportResult::Outcome::Cancelled, {}};
 
-    const QString error = writeExport(source.image, request.target, source.metadata,
-                                      request.options, notes, control.cancelled);
+    const QString error = files::writeExport(source.image, request.target, source.metadata,
+                                             request.options, notes, control.cancelled);
     if (!error.isEmpty())
         return failed(error);
     if (cancelled(control))
@@ -110,7 +110,8 @@ QString failureOf(const std::exception& error) {
 }
 
 ExportResult exportFullSize(const ExportRequest& request, const JobControl& control) {
-    if (const QString error = exportTargetError(request.target, request.source); !error.isEmpty())
+    if (const QString error = files::exportTargetError(request.target, request.source);
+        !error.isEmpty())
         return failed(error);
     try {
         return readRestoreAndWrite(request, control);

@@ -1,7 +1,7 @@
 #pragma once
 
-#include "export_file.h"
-#include "export_target.h"
+#include "files/export_file.h"
+#include "files/export_target.h"
 #include "plane_recipe.h"
 #include "setting.h"
 
@@ -16,7 +16,7 @@ struct ExportRequest {
     QString source;
     QString target;
     Setting setting;
-    ExportOptions options;
+    files::ExportOptions options;
 };
 
 struct ExportResult {

@@ -203,8 +203,8 @@ std::vector<Tile> tilesOf(cv::Size plane, int reach, const PlaneRecipe& recipe) 
     return tiles;
 }
 
-bool blurBelowAPixel(const Setting& setting, const PlaneRecipe& recipe) {
-    return engine::MakePsfD(setting.blur, recipe.scale).total() == 1;
+bool blurBelowAPixel(const engine::BlurOnPhoto& blur, double scale) {
+    return engine::MakePsfD(blur, scale).total() == 1;
 }
 
 bool restorePlanes(std::vector<cv::Mat>& planes, const Setting& setting, const PlaneRecipe& recipe,
@@ -212,12 +212,11 @@ bool restorePlanes(std::vector<cv::Mat>& planes, const Setting& setting, const P
     if (planes.empty() || planes.front().empty())
         return true;
     checkPlanes(planes);
-    if (blurBelowAPixel(setting, recipe))
+    if (blurBelowAPixel(setting.blur, recipe.scale))
         return true; // nothing to undo, and nothing sharp to smooth
     const cv::Mat kernel = engine::MakePsfD(setting.blur, recipe.scale);
     const int threads = recipe.threads > 0 ? recipe.threads : QThread::idealThreadCount();
-    const PlaneWork work =
-        planWork(planes, kernel, setting, recipe, threads);
+    const PlaneWork work = planWork(planes, kernel, setting, recipe, threads);
     std::vector<cv::Mat> outputs;
     for (const cv::Mat& plane : planes)
         outputs.emplace_back(plane.size(), plane.type());

@@ -45,14 +45,14 @@ struct PlaneRecipe {
 /// frame continued so that it does not ring, planes larger than a tile restored in overlapping
 /// tiles that join as the whole plane's restoration does, and each result brought back to its
 /// plane's depth (rounded, saturated, never rescaled). Pixel (x, y) is the restoration of pixel
-/// (x, y); a blur under a pixel leaves the planes as they are. Returns false when control.cancelled() said stop (within a tile); the planes are then
-/// as they were.
+/// (x, y); a blur under a pixel leaves the planes as they are. Returns false when
+/// control.cancelled() said stop (within a tile); the planes are then as they were.
 bool restorePlanes(std::vector<cv::Mat>& planes, const Setting& setting, const PlaneRecipe& recipe,
                    const JobControl& control = {});
 
-/// Whether the blur, drawn at recipe's scale, is under a pixel: restorePlanes then leaves the
-/// planes as they are.
-bool blurBelowAPixel(const Setting& setting, const PlaneRecipe& recipe);
+/// Whether the blur, drawn at this scale (PlaneRecipe::scale), is under a pixel: restorePlanes
+/// then leaves the planes as they are.
+bool blurBelowAPixel(const engine::BlurOnPhoto& blur, double scale);
 
 /// The filter's settings for setting as recipe restores it, with these statistics.
 engine::RestorationSettings restorationSettings(const Setting& setting, const PlaneRecipe& recipe,

@@ -1,4 +1,4 @@
-#include "cli_options.h"
+#include "cli/cli_options.h"
 #include "cli_run.h"
 #include "common/file_size_limit.h"
 #include "engine/blur_estimate.h"
@@ -9,7 +9,7 @@
 #include <QTemporaryDir>
 #include <gtest/gtest.h>
 
-using clarovi::app::CliParseResult;
+using clarovi::cli::CliParseResult;
 namespace jobs = clarovi::jobs;
 using Outcome = CliParseResult::Outcome;
 
@@ -17,11 +17,11 @@ namespace {
 
 CliParseResult parse(QStringList arguments) {
     arguments.prepend(QStringLiteral("clarovi-cli"));
-    return clarovi::app::parseCliOptions(arguments);
+    return clarovi::cli::parseCliOptions(arguments);
 }
 
 // motion, rgb, live, length, angle, width, sharpness
-auto valuesOf(const clarovi::app::CliOptions& o) {
+auto valuesOf(const clarovi::cli::CliOptions& o) {
     return std::tuple(o.motion, o.rgb, o.live, o.length, o.angle, o.width, o.sharpness);
 }
 
