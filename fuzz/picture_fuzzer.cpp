@@ -2,9 +2,9 @@
 // open a file, and restores what decodes once, on small working copies so that every input runs
 // in milliseconds.
 #include "engine/image_bridge.h"
+#include "files/picture_file.h"
 #include "jobs/controller_state.h"
 #include "jobs/headless_window.h"
-#include "files/picture_file.h"
 #include "jobs/restoration_jobs.h"
 #include "jobs/slider_ranges.h"
 

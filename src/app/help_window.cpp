@@ -45,7 +45,10 @@ streak's length, <b>PSF Angle</b> its direction in degrees counter-clockwise fro
 Lengths are in pixels of the photograph brought to 2048 pixels on its longer side, whatever
 its own size. While you drag a slider a quick preview follows; a second after you let go the
 full preview replaces it. Each setting has a box for an exact value and takes the arrow keys.</p>
-<p><b>Sharpness</b> trades detail against noise: lower is smoother, higher is crisper.</p>
+<p><b>Sharpness</b> trades detail against noise, from 0, the smoothest, to 100, the crispest.
+At 50 the smoothing suits the noise measured in the photograph; every 10 steps halve or double
+it. The restoration keeps edges sharp and flat areas smooth; <b>Picture ▸ Classic Filter</b>
+uses the plain Wiener filter instead, for comparison.</p>
 <p>The <b>PSF</b> view shows the blur the restoration undoes, enlarged as its corner says. The
 <b>Spectrum</b> view shows the photograph's frequencies: a blur leaves dark rings (out of focus)
 or stripes (motion) there, and the coloured rings or lines are where the controls' blur puts
@@ -64,10 +67,10 @@ marked. Double-click a restoration (or choose it and press Enter, or <b>Use this
 apply its setting. <b>Keep current settings</b>, Esc or closing the gallery keeps yours.</p>
 
 <h3>Save</h3>
-<p><b>Save As…</b> (Ctrl+Shift+S, or <b>Export…</b>) restores the whole photograph at its own
+<p><b>Save As…</b> (Ctrl+Shift+S or Ctrl+S, or the button in the panel) restores the whole photograph at its own
 size, in colour, with the setting the window shows, and writes it as PNG, TIFF or JPEG (you
 choose the format, the JPEG quality and the bits per channel) with its metadata and colour
-profile. <b>Save Preview…</b> (Ctrl+S) writes the picture the window shows, as PNG.</p>
+profile. <b>Save Preview…</b> (Ctrl+Alt+S) writes the picture the window shows, as PNG.</p>
 
 <h3>View</h3>
 <p>The wheel zooms about the cursor, as do + and -; 0 fits the photograph to the window and 1

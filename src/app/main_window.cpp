@@ -2,9 +2,9 @@
 
 #include "auto_overlay.h"
 #include "engine/log.h"
+#include "files/picture_file.h"
 #include "gallery_window.h"
 #include "help_window.h"
-#include "files/picture_file.h"
 
 #include <QAbstractSpinBox>
 #include <QApplication>

@@ -22,7 +22,7 @@ TEST(HelpWindow, FitsTheScreenAndNamesEveryControl) {
     document.setHtml(window.findChild<QLabel*>("txtV")->text());
     const QString text = document.toPlainText();
     for (const char* named :
-         {"Estimate", "Export", "Save As", "Save Preview", "Compare", "Colour", "Undo", "Auto",
+         {"Estimate", "Save As", "Save Preview", "Compare", "Colour", "Undo", "Auto", "Classic",
           "zoom", "Ctrl+Z", "Ctrl+E", "Ctrl+R", "counter-clockwise"})
         EXPECT_TRUE(text.contains(QLatin1String(named))) << named;
     for (const char* outdated : {"tapping", "not easy", "on your left", "Grayscale"})
