@@ -45,7 +45,6 @@ AutoSearch::AutoSearch(SearchInput input, Restoration restoration)
         m_input.previewSourceImage,
         jobs::reducedToLongerSide(m_input.previewSourceImage.size(), kThumbnailSide));
     m_smallGrey = engine::CVGrayscaleMat(small);
-    m_statistics = engine::measurePicture(m_smallGrey);
     if (!m_restore)
         m_restore = [this](const engine::BlurOnPhoto& blur) { return thumbnail(blur); };
     m_pool.setMaxThreadCount(QThread::idealThreadCount());
@@ -57,11 +56,12 @@ cv::Mat AutoSearch::thumbnailCrop(const cv::Mat& restored) {
 
 QImage AutoSearch::thumbnail(const engine::BlurOnPhoto& blur) const {
     std::vector<cv::Mat> planes{m_smallGrey};
-    // The classic filter: the sparsity score tells the right blur by the ringing a wrong one
-    // leaves, which the regularised filter smooths away (on a 40-pixel streak its best score
-    // fell at 55).
-    jobs::restorePlanes(planes, {blur, m_input.setting.sharpness, false, true},
-                        {engine::workingScale(m_smallGrey.size()), true, m_statistics, 1});
+    // The quick pass, the classic filter: the sparsity score tells the right blur by the ringing
+    // a wrong one leaves, which a smoother filter hides. Its weight follows the sharpness alone,
+    // so the copy needs no statistics.
+    jobs::restorePlanes(
+        planes, {blur, m_input.setting.sharpness},
+        {engine::workingScale(m_smallGrey.size()), true, engine::PictureStatistics{}, 1});
     const QImage crop = engine::imageWithCVMat(thumbnailCrop(planes.front()));
     return engine::imageWithImage(crop, QSizeF(m_smallGrey.cols, m_smallGrey.rows));
 }

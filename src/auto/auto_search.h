@@ -80,7 +80,6 @@ class AutoSearch {
 
     SearchInput m_input;
     cv::Mat m_smallGrey; ///< the small copy's grey plane: the same for every step
-    engine::PictureStatistics m_statistics; ///< the small copy's noise and spectrum
     Restoration m_restore;
     QThreadPool m_pool; ///< restores the blurs of a step side by side, for the whole search
 };

@@ -143,6 +143,12 @@ PictureStatistics measurePicture(const cv::Mat& plane) {
     return statistics;
 }
 
+PictureStatistics measureReducedCopy(const cv::Mat& copy, double photographNoise, double scale) {
+    PictureStatistics statistics = measurePicture(copy);
+    statistics.noiseSigma = photographNoise * std::clamp(scale, 0.0, 1.0);
+    return statistics;
+}
+
 PlaneRestorer::PlaneRestorer(const cv::Mat& kernel, cv::Size planeSize,
                              const RestorationSettings& settings)
     : m_impl(std::make_unique<Impl>()) {

@@ -38,6 +38,14 @@ struct PictureStatistics {
 /// than 128 pixels on a side get an empty spectrum.
 PictureStatistics measurePicture(const cv::Mat& plane);
 
+/// The statistics of a copy of a photograph reduced to scale (the copy's size over the
+/// photograph's, at most 1) by area averaging, for a photograph whose noise was measured as
+/// photographNoise grey levels: the spectrum measured on the copy, the noise photographNoise
+/// times scale. Averaging leaves the noise correlated, and the estimate on the copy itself reads
+/// the finest scale, where averaging removed most of it, so that the filter's weights would
+/// amplify what is left at the blur's zeros.
+PictureStatistics measureReducedCopy(const cv::Mat& copy, double photographNoise, double scale);
+
 struct RestorationSettings {
     RestorationFilter filter = RestorationFilter::EdgePreserving;
     double sharpness = kDefaultSharpness; ///< kMinSharpness .. kMaxSharpness, clamped

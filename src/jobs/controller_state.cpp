@@ -1,6 +1,7 @@
 #include "controller_state.h"
 
 #include "engine/image_bridge.h"
+#include "engine/noise_estimate.h"
 
 #include <opencv2/imgproc.hpp>
 
@@ -20,6 +21,15 @@ QSize reducedToLongerSide(QSize size, int longerSide) {
                                                               : size;
 }
 
+double photographNoise(const QImage& photo) {
+    // The centre the statistics of a plane are measured on (measurePicture), in grey.
+    const QSize centre(std::min(photo.width(), 2048), std::min(photo.height(), 2048));
+    const QRect middle(
+        QPoint((photo.width() - centre.width()) / 2, (photo.height() - centre.height()) / 2),
+        centre);
+    return engine::estimateNoiseSigma(engine::CVGrayscaleMat(photo.copy(middle)));
+}
+
 void ControllerState::installPicture(const QImage& photo) {
     photoSize = photo.size();
     sourceImage =
@@ -28,8 +38,13 @@ void ControllerState::installPicture(const QImage& photo) {
         engine::imageWithImage(sourceImage, reducedToLongerSide(photoSize, kPreviewSide));
     workingGrey = engine::CVGrayscaleMat(sourceImage);
     previewGrey = engine::CVGrayscaleMat(previewSourceImage);
-    workingStatistics = engine::measurePicture(workingGrey);
-    previewStatistics = engine::measurePicture(previewGrey);
+    const double noise = photographNoise(photo);
+    const auto scaleOf = [&](const cv::Mat& copy) {
+        return double(std::max(copy.cols, copy.rows)) /
+               std::max(photoSize.width(), photoSize.height());
+    };
+    workingStatistics = engine::measureReducedCopy(workingGrey, noise, scaleOf(workingGrey));
+    previewStatistics = engine::measureReducedCopy(previewGrey, noise, scaleOf(previewGrey));
     const QSize analysed = scaledToLongerSide(photoSize, engine::kWorkingSide);
     analysisGrey = workingGrey;
     if (analysed != sourceImage.size())

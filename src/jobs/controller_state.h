@@ -23,6 +23,10 @@ QSize reducedToLongerSide(QSize size, int longerSide);
 /// The state that the main window and its restoration jobs share: the opened photograph in the
 /// forms the jobs restore, the last result, the spectrum and the blur estimated in it. What the
 /// controls say is not kept here: each event takes it from them once (Setting).
+/// The noise of a photograph at its own size, in grey levels, measured on the grey of its centre
+/// as the export measures its own planes: the noise of every copy of it follows from this one.
+double photographNoise(const QImage& photo);
+
 struct ControllerState {
     /// The photograph at its own aspect ratio, brought down to engine::kWorkingSide on its longer
     /// side where it is larger, never enlarged: the copy the full restorations work on and the

@@ -116,6 +116,32 @@ TEST(PreviewJob, RestoresBestAtTheBlurOnThePhotograph) {
     }
 }
 
+// A photograph larger than the working copy, blurred with noise at its own size: the reduced
+// copies keep the noise smoothed out of their finest scale, and neither the full preview nor a
+// drag step may amplify it into a picture worse than the copy of the blurred photograph.
+TEST(PreviewJob, RestoresACopyOfALargerPhotographBetterThanItWasBlurred) {
+    const cv::Size photo(3200, 2000);
+    const cv::Mat sharp = clarovi::testing::deadLeaves(photo, 24000, 5, 200);
+    const engine::BlurOnPhoto blur{engine::BlurKind::Motion, 24, 30, 1};
+    const cv::Mat blurred = clarovi::testing::blurredWithNoise(
+        sharp, engine::MakePsfD(blur, engine::workingScale(photo)), 1.5);
+    OpenedPicture opened(engine::imageWithCVMat(blurred));
+    for (const bool drag : {false, true}) {
+        SCOPED_TRACE(drag);
+        if (drag)
+            opened.jobs.dragPreview({blur});
+        else
+            opened.jobs.auxTrueNoMultithread({blur});
+        const QSize shown = opened.window.shown.size();
+        cv::Mat sharpCopy, blurredCopy;
+        cv::resize(sharp, sharpCopy, {shown.width(), shown.height()}, 0, 0, cv::INTER_AREA);
+        cv::resize(blurred, blurredCopy, {shown.width(), shown.height()}, 0, 0, cv::INTER_AREA);
+        const QImage blurredShown = engine::imageWithCVMat(blurredCopy);
+        EXPECT_GT(centreQuality(opened.window.shown, sharpCopy),
+                  centreQuality(blurredShown, sharpCopy) + 1.0);
+    }
+}
+
 // Nothing shown, or a setting that cannot be drawn: nothing is restored, what is shown stays and
 // the controls come back; only the failure is reported.
 TEST(PreviewJob, WhatCannotBeRestoredKeepsWhatIsShownAndUnlocks) {
