@@ -117,8 +117,9 @@ MainWindow::MainWindow(QSettings& settings, autosearch::Restoration thumbnails, 
     m_overlay = new AutoOverlay(img01);
     connect(m_overlay, &AutoOverlay::cancelRequested, &m_autoRun, &autosearch::AutoRun::cancel);
 
-    buildMenus();
+    // The status bar first: the Edit menu's action presses its button.
     buildStatusBar();
+    buildMenus();
     connectPanel();
     connectJobs();
     connect(&m_board, &jobs::ActivityBoard::changed, this, &MainWindow::showActivity);

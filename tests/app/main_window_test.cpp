@@ -198,9 +198,14 @@ TEST_F(MainWindowTest, ANewPhotographStartsFreshAndOffersThePreviousSetting) {
     EXPECT_FLOAT_EQ(slider("psfCountD")->floatValue(), clarovi::jobs::kLengthRange.initial);
     EXPECT_TRUE(window->setting().motion()) << "the last mode";
     EXPECT_FLOAT_EQ(slider("muSlider")->floatValue(), 62.5f) << "the last sharpness";
-    auto* previous = outlet<QPushButton>("previousBtn");
-    ASSERT_TRUE(previous->isVisible());
-    QTest::mouseClick(previous, Qt::LeftButton);
+    ASSERT_TRUE(outlet<QPushButton>("previousBtn")->isVisible());
+    // Through the Edit menu, which presses the status bar's button.
+    QAction* previous = nullptr;
+    for (QAction* action : window->findChildren<QAction*>())
+        if (action->text().contains("Previous Photograph"))
+            previous = action;
+    ASSERT_NE(previous, nullptr);
+    previous->trigger();
     ASSERT_TRUE(waitFor([this] { return idle(); }));
     EXPECT_FLOAT_EQ(slider("psfCountD")->floatValue(), 50.0f);
 }
