@@ -2,6 +2,7 @@
 
 #include "fftw_plans.h"
 #include "memory_policy.h"
+#include "spectral_plane.h"
 
 #include <algorithm>
 #include <cmath>
@@ -47,7 +48,7 @@ cv::Size transformSize(cv::Size planeSize) {
 
 /// Makes the spectrum of psf centred in the transform of a plane of the given size, and finds its
 /// support on the way through the rows.
-void prepare(PreparedPsf::Impl& h, const cv::Mat& psf, cv::Size planeSize) {
+void prepare(PreparedPsf::Impl& h, const cv::Mat& psf, cv::Size planeSize, int threads = 1) {
     checkPsf(psf);
     centredPlace(psf, planeSize); // only checks that it fits the plane
     h.size = planeSize;
@@ -58,18 +59,21 @@ void prepare(PreparedPsf::Impl& h, const cv::Mat& psf, cv::Size planeSize) {
     const cv::Point place = centredPlace(psf, transform);
     int top = psf.rows, bottom = -1, left = psf.cols, right = -1;
     const auto positive = [](double x) { return x > 0.0; };
-    fftw::forwardReal(psf, place, transform, h.spectrum, [&](int row, const double* values) {
-        const double* end = values + psf.cols;
-        const double* first = std::find_if(values, end, positive);
-        if (first == end)
-            return;
-        const auto last = std::find_if(std::make_reverse_iterator(end),
-                                       std::make_reverse_iterator(first + 1), positive);
-        top = std::min(top, row);
-        bottom = row;
-        left = std::min(left, static_cast<int>(first - values));
-        right = std::max(right, static_cast<int>(last.base() - values) - 1);
-    });
+    fftw::forwardReal(
+        psf, place, transform, h.spectrum,
+        [&](int row, const double* values) {
+            const double* end = values + psf.cols;
+            const double* first = std::find_if(values, end, positive);
+            if (first == end)
+                return;
+            const auto last = std::find_if(std::make_reverse_iterator(end),
+                                           std::make_reverse_iterator(first + 1), positive);
+            top = std::min(top, row);
+            bottom = row;
+            left = std::min(left, static_cast<int>(first - values));
+            right = std::max(right, static_cast<int>(last.base() - values) - 1);
+        },
+        fftw::Outside::Zero, threads);
     if (bottom < 0)
         return;
     const cv::Rect inPsf(left, top, right - left + 1, bottom - top + 1);
@@ -190,9 +194,10 @@ void placeSwapped(cv::Mat& result, int rows, int cols, int i, const double* line
 /// that size, which the filter and the inverse treat as one periodic picture, and the plane's own
 /// part of the result is kept. Restoring only the plane's own coefficients of a larger transform
 /// would invert a spectrum that is not the plane's and smear the picture.
-void restore(double mu, const cv::Mat& plane, cv::Mat& result, const PreparedPsf::Impl& h) {
+void restore(double mu, const cv::Mat& plane, cv::Mat& result, const PreparedPsf::Impl& h,
+             int threads) {
     thread_local fftw::HalfSpectrum g;
-    fftw::forwardReal(plane, {0, 0}, plane.size(), g, {}, fftw::Outside::Replicate);
+    fftw::forwardReal(plane, {0, 0}, plane.size(), g, {}, fftw::Outside::Replicate, threads);
     const int rows = g.rows;
     const int cols = g.cols;
 
@@ -201,21 +206,25 @@ void restore(double mu, const cv::Mat& plane, cv::Mat& result, const PreparedPsf
     // filtered spectrum replaces G in place. The 1 / (R C) scaling of the inverse is folded in.
     const double mu3 = 3.0 * mu;
     const double scale = 0.5 / (static_cast<double>(rows) * cols);
-    for (int j = 0; j < g.halfCols(); ++j)
-        filterSymmetricColumn(g.column(j), h.spectrum.column(j), j, mu3, scale, h);
+    // A lambda does not capture a thread_local: the workers must reach this thread's spectrum.
+    fftw::HalfSpectrum& spectrum = g;
+    forRanges(spectrum.halfCols(), threads, [&](int begin, int end) {
+        for (int j = begin; j < end; ++j)
+            filterSymmetricColumn(spectrum.column(j), h.spectrum.column(j), j, mu3, scale, h);
+    });
 
     const uchar* previous = result.data;
     result.create(plane.rows, plane.cols, CV_64F);
     if (result.data != previous)
         adviseHugePages(result.data, result.total() * result.elemSize());
     fftw::inverseReal(
-        g, [&](int i, const double* line) { placeSwapped(result, rows, cols, i, line); });
+        g, [&](int i, const double* line) { placeSwapped(result, rows, cols, i, line); }, threads);
 }
 
 } // namespace
 
-PreparedPsf::PreparedPsf(const cv::Mat& psf, cv::Size planeSize) : m_impl(new Impl) {
-    prepare(*m_impl, psf, planeSize);
+PreparedPsf::PreparedPsf(const cv::Mat& psf, cv::Size planeSize, int threads) : m_impl(new Impl) {
+    prepare(*m_impl, psf, planeSize, threads);
 }
 
 PreparedPsf::~PreparedPsf() = default;
@@ -234,12 +243,12 @@ cv::Mat deconvolvePlane(double mu, const cv::Mat& plane, cv::Mat& result, const 
         result.release();
         return result;
     }
-    restore(mu, plane, result, h);
+    restore(mu, plane, result, h, 1);
     return result;
 }
 
 cv::Mat deconvolvePlane(double mu, const cv::Mat& plane, cv::Mat& result,
-                        const PreparedPsf& prepared) {
+                        const PreparedPsf& prepared, int threads) {
     checkPlane(plane);
     if (plane.size() != prepared.planeSize())
         throw std::invalid_argument("the plane's size differs from the prepared PSF's");
@@ -247,7 +256,7 @@ cv::Mat deconvolvePlane(double mu, const cv::Mat& plane, cv::Mat& result,
         result.release();
         return result;
     }
-    restore(mu, plane, result, prepared.impl());
+    restore(mu, plane, result, prepared.impl(), threads);
     return result;
 }
 

@@ -23,7 +23,8 @@ class PreparedPsf {
   public:
     /// psf: one channel, no larger than the plane; nothing of it is kept but its spectrum and
     /// where it is positive.
-    PreparedPsf(const cv::Mat& psf, cv::Size planeSize);
+    /// threads share the transform of the PSF.
+    PreparedPsf(const cv::Mat& psf, cv::Size planeSize, int threads = 1);
     ~PreparedPsf();
     PreparedPsf(PreparedPsf&&) noexcept;
     PreparedPsf& operator=(PreparedPsf&&) noexcept;
@@ -41,8 +42,8 @@ class PreparedPsf {
 
 /// As deconvolvePlane above with the PSF's spectrum already made; gives the same result as the
 /// plain call up to rounding. The plane must have prepared.planeSize(). Safe to call from several
-/// threads at once with one PreparedPsf.
+/// threads at once with one PreparedPsf; threads share each of its transforms.
 cv::Mat deconvolvePlane(double mu, const cv::Mat& plane, cv::Mat& result,
-                        const PreparedPsf& prepared);
+                        const PreparedPsf& prepared, int threads = 1);
 
 } // namespace clarovi::engine

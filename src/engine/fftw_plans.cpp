@@ -1,5 +1,7 @@
 #include "fftw_plans.h"
 
+#include "spectral_plane.h"
+
 #include <algorithm>
 #include <cstring>
 #include <map>
@@ -101,79 +103,94 @@ struct RowBlock {
     fftw_complex* row(int b) const { return data + b * stride; }
 };
 
-void transformEachColumn(HalfSpectrum& spectrum, Kind kind) {
+void transformEachColumn(HalfSpectrum& spectrum, Kind kind, int threads) {
     const fftw_plan columnPlan = plan(kind, spectrum.rows);
-    for (int j = 0; j < spectrum.halfCols(); ++j) {
-        auto* column = reinterpret_cast<fftw_complex*>(spectrum.column(j));
-        fftw_execute_dft(columnPlan, column, column);
-    }
+    forRanges(spectrum.halfCols(), threads, [&](int begin, int end) {
+        for (int j = begin; j < end; ++j) {
+            auto* column = reinterpret_cast<fftw_complex*>(spectrum.column(j));
+            fftw_execute_dft(columnPlan, column, column);
+        }
+    });
+}
+
+/// The number of blocks of kRowBlock rows in rows.
+int rowBlocks(int rows) {
+    return (rows + kRowBlock - 1) / kRowBlock;
 }
 
 } // namespace
 
 void forwardReal(const cv::Mat& source, cv::Point offset, cv::Size canvas, HalfSpectrum& out,
-                 const RowCallback& observeRow, Outside outside) {
+                 const RowCallback& observeRow, Outside outside, int threads) {
     out.reshape(cv::getOptimalDFTSize(canvas.height), cv::getOptimalDFTSize(canvas.width));
     const int cols = out.cols;
     const int half = out.halfCols();
     const bool replicate = outside == Outside::Replicate && !source.empty();
-    const RowBlock block(half);
-    thread_local Buffer<double> line;
-    double* real = line.reserve(cols);
-    std::fill(real, real + cols, 0.0);
     const fftw_plan rowPlan = plan(Kind::RealToComplex, cols);
-    cv::Mat lineHeader(1, std::max(source.cols, 1), CV_64F, real + offset.x);
-    for (int i0 = 0; i0 < out.rows; i0 += kRowBlock) {
-        const int height = std::min(kRowBlock, out.rows - i0);
-        for (int b = 0; b < height; ++b) {
-            int s = i0 + b - offset.y;
-            if (replicate)
-                s = std::min(s, source.rows - 1);
-            bool zero = s < 0 || s >= source.rows;
-            if (!zero) {
-                source.row(s).convertTo(lineHeader, CV_64F);
-                // What lies beyond the source's columns is zero or a copy of its last one.
-                zero = std::all_of(real + offset.x, real + offset.x + source.cols,
-                                   [](double x) { return x == 0.0; });
+    // Each thread its own line and block of rows; an observer sees the rows one at a time.
+    const auto transformBlocks = [&](int firstBlock, int endBlock) {
+        const RowBlock block(half);
+        thread_local Buffer<double> line;
+        double* real = line.reserve(cols);
+        std::fill(real, real + cols, 0.0);
+        cv::Mat lineHeader(1, std::max(source.cols, 1), CV_64F, real + offset.x);
+        for (int i0 = firstBlock * kRowBlock; i0 < std::min(endBlock * kRowBlock, out.rows);
+             i0 += kRowBlock) {
+            const int height = std::min(kRowBlock, out.rows - i0);
+            for (int b = 0; b < height; ++b) {
+                int s = i0 + b - offset.y;
                 if (replicate)
-                    std::fill(real + source.cols, real + cols, real[source.cols - 1]);
+                    s = std::min(s, source.rows - 1);
+                bool zero = s < 0 || s >= source.rows;
+                if (!zero) {
+                    source.row(s).convertTo(lineHeader, CV_64F);
+                    // What lies beyond the source's columns is zero or a copy of its last one.
+                    zero = std::all_of(real + offset.x, real + offset.x + source.cols,
+                                       [](double x) { return x == 0.0; });
+                    if (replicate)
+                        std::fill(real + source.cols, real + cols, real[source.cols - 1]);
+                }
+                if (zero) {
+                    std::memset(block.row(b), 0, half * sizeof(fftw_complex));
+                    continue;
+                }
+                if (observeRow && s == i0 + b - offset.y)
+                    observeRow(s, real + offset.x);
+                fftw_execute_dft_r2c(rowPlan, real, block.row(b));
             }
-            if (zero) {
-                std::memset(block.row(b), 0, half * sizeof(fftw_complex));
-                continue;
+            for (int j = 0; j < half; ++j) {
+                auto* to = reinterpret_cast<fftw_complex*>(out.column(j)) + i0;
+                for (int b = 0; b < height; ++b)
+                    std::memcpy(to[b], block.row(b)[j], sizeof(fftw_complex));
             }
-            if (observeRow && s == i0 + b - offset.y)
-                observeRow(s, real + offset.x);
-            fftw_execute_dft_r2c(rowPlan, real, block.row(b));
         }
-        for (int j = 0; j < half; ++j) {
-            auto* to = reinterpret_cast<fftw_complex*>(out.column(j)) + i0;
-            for (int b = 0; b < height; ++b)
-                std::memcpy(to[b], block.row(b)[j], sizeof(fftw_complex));
-        }
-    }
-    transformEachColumn(out, Kind::Forward);
+    };
+    forRanges(rowBlocks(out.rows), observeRow ? 1 : threads, transformBlocks);
+    transformEachColumn(out, Kind::Forward, threads);
 }
 
-void inverseReal(HalfSpectrum& spectrum, const RowCallback& takeRow) {
-    transformEachColumn(spectrum, Kind::Backward);
+void inverseReal(HalfSpectrum& spectrum, const RowCallback& takeRow, int threads) {
+    transformEachColumn(spectrum, Kind::Backward, threads);
     const int half = spectrum.halfCols();
-    const RowBlock block(half);
-    thread_local Buffer<double> line;
-    double* real = line.reserve(spectrum.cols);
     const fftw_plan rowPlan = plan(Kind::ComplexToReal, spectrum.cols);
-    for (int i0 = 0; i0 < spectrum.rows; i0 += kRowBlock) {
-        const int height = std::min(kRowBlock, spectrum.rows - i0);
-        for (int j = 0; j < half; ++j) {
-            const auto* from = reinterpret_cast<const fftw_complex*>(spectrum.column(j)) + i0;
-            for (int b = 0; b < height; ++b)
-                std::memcpy(block.row(b)[j], from[b], sizeof(fftw_complex));
+    forRanges(rowBlocks(spectrum.rows), threads, [&](int firstBlock, int endBlock) {
+        const RowBlock block(half);
+        thread_local Buffer<double> line;
+        double* real = line.reserve(spectrum.cols);
+        for (int i0 = firstBlock * kRowBlock; i0 < std::min(endBlock * kRowBlock, spectrum.rows);
+             i0 += kRowBlock) {
+            const int height = std::min(kRowBlock, spectrum.rows - i0);
+            for (int j = 0; j < half; ++j) {
+                const auto* from = reinterpret_cast<const fftw_complex*>(spectrum.column(j)) + i0;
+                for (int b = 0; b < height; ++b)
+                    std::memcpy(block.row(b)[j], from[b], sizeof(fftw_complex));
+            }
+            for (int b = 0; b < height; ++b) {
+                fftw_execute_dft_c2r(rowPlan, block.row(b), real);
+                takeRow(i0 + b, real);
+            }
         }
-        for (int b = 0; b < height; ++b) {
-            fftw_execute_dft_c2r(rowPlan, block.row(b), real);
-            takeRow(i0 + b, real);
-        }
-    }
+    });
 }
 
 void transformColumns(fftw_complex* data, int rows, int cols, std::ptrdiff_t stride, Kind kind) {

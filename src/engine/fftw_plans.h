@@ -88,14 +88,17 @@ enum class Outside {
 /// Spectrum of source (one channel, any depth) placed with its top-left corner at offset in a
 /// canvas grown to the optimal DFT size of canvas, the rest filled as outside says. Rows that are
 /// all zero skip their row transform; observeRow, if given, is handed each source row that is
-/// not, as doubles.
+/// not, as doubles, one row at a time. threads share the column transforms, and the row
+/// transforms too when no observeRow is given.
 void forwardReal(const cv::Mat& source, cv::Point offset, cv::Size canvas, HalfSpectrum& out,
-                 const RowCallback& observeRow = {}, Outside outside = Outside::Zero);
+                 const RowCallback& observeRow = {}, Outside outside = Outside::Zero,
+                 int threads = 1);
 
 /// The real rows x cols array whose half spectrum is given (the inverse transform, unscaled):
 /// transforms the columns in place, then hands each row of the result to takeRow(i, values).
-/// The spectrum is destroyed.
-void inverseReal(HalfSpectrum& spectrum, const RowCallback& takeRow);
+/// The spectrum is destroyed. With threads > 1, takeRow is called from several threads at once,
+/// never twice for one row.
+void inverseReal(HalfSpectrum& spectrum, const RowCallback& takeRow, int threads = 1);
 
 /// Transforms each of the cols columns (length rows, row stride in complex values) of data in
 /// place, a block of columns at a time through a contiguous scratch so that memory is read in

@@ -107,7 +107,7 @@ struct PlaneRestorer::Impl {
         SpectralPlane canvas(layout.canvas);
         fillCanvas(plane, 1.0, layout, canvas, threads);
         cv::Mat result;
-        deconvolvePlane(mu, canvas.real(), result, *prepared);
+        deconvolvePlane(mu, canvas.real(), result, *prepared, threads);
         cv::Mat restored;
         result(layout.plane + shift).convertTo(restored, CV_32F);
         return restored;
@@ -162,7 +162,7 @@ PlaneRestorer::PlaneRestorer(const cv::Mat& kernel, cv::Size planeSize,
     d.layout = canvasLayout(planeSize, canvasMargin(kernel));
     switch (settings.filter) {
     case RestorationFilter::Classic:
-        d.prepared.emplace(kernel, d.layout.canvas);
+        d.prepared.emplace(kernel, d.layout.canvas, d.threads);
         d.mu = classicMu(settings.sharpness);
         d.shift = classicReadOffset(kernel, d.layout.canvas);
         break;

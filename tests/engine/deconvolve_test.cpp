@@ -73,6 +73,11 @@ TEST(Deconvolve, PreparedAndParallelCallsGiveTheSerialResults) {
     }
     for (auto& thread : threads)
         thread.join();
+    // One plane whose transforms two threads share, the PSF's too: the same numbers.
+    const engine::PreparedPsf shared(diskPsf(tile, 21), tile, 2);
+    cv::Mat split;
+    engine::deconvolvePlane(0.005, randomPlane(tile, 0), split, shared, 2);
+    EXPECT_LE(maxAbs(split - serial[0]), 1e-12 * maxAbs(serial[0]));
     for (int t = 0; t < kTiles; ++t) {
         EXPECT_EQ(maxAbs(parallel[t] - serial[t]), 0.0) << t;
         if (size(t) == tile) {
