@@ -2,8 +2,8 @@
 // preview's save, and the enlarged spectrum.
 #include "engine/log.h"
 #include "files/picture_file.h"
+#include "fourier_window.h"
 #include "main_window.h"
-#include "spectrum_window.h"
 
 #include <QDir>
 #include <QFileInfo>

@@ -2,9 +2,9 @@
 // results go.
 #include "auto_overlay.h"
 #include "engine/log.h"
+#include "fourier_window.h"
 #include "gallery_window.h"
 #include "main_window.h"
-#include "spectrum_window.h"
 
 #include <QApplication>
 #include <QLabel>

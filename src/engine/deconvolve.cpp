@@ -1,8 +1,8 @@
 #include "deconvolve.h"
 
 #include "fftw_plans.h"
+#include "fourier_plane.h"
 #include "memory_policy.h"
-#include "spectral_plane.h"
 
 #include <algorithm>
 #include <cmath>

@@ -1,7 +1,7 @@
 #pragma once
 
 #include "frame_padding.h"
-#include "kernel_spectrum.h"
+#include "kernel_transform.h"
 #include "restoration_weights.h"
 
 #include <opencv2/core.hpp>

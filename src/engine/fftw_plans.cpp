@@ -1,6 +1,6 @@
 #include "fftw_plans.h"
 
-#include "spectral_plane.h"
+#include "fourier_plane.h"
 
 #include <algorithm>
 #include <cstring>

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "spectral_plane.h"
+#include "fourier_plane.h"
 
 #include <opencv2/core.hpp>
 

@@ -4,7 +4,7 @@
 #include "edge_preserving.h"
 #include "frame_padding.h"
 #include "frequency.h"
-#include "kernel_spectrum.h"
+#include "kernel_transform.h"
 #include "noise_estimate.h"
 #include "restoration_weights.h"
 #include "welch_power.h"

@@ -1,6 +1,6 @@
 #include "restoration_weights.h"
 
-#include "spectral_plane.h"
+#include "fourier_plane.h"
 
 #include <algorithm>
 #include <cmath>

@@ -1,4 +1,4 @@
-#include "kernel_spectrum.h"
+#include "kernel_transform.h"
 
 #include <stdexcept>
 

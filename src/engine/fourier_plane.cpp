@@ -1,4 +1,4 @@
-#include "spectral_plane.h"
+#include "fourier_plane.h"
 
 #include "memory_policy.h"
 

@@ -1,4 +1,4 @@
-#include "spectrum_window.h"
+#include "fourier_window.h"
 
 #include <QLabel>
 #include <QScreen>
