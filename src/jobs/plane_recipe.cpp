@@ -216,9 +216,10 @@ bool restorePlanes(std::vector<cv::Mat>& planes, const Setting& setting, const P
     if (planes.empty() || planes.front().empty())
         return true;
     checkPlanes(planes);
-    if (blurBelowAPixel(setting.blur, recipe.scale))
-        return true; // nothing to undo, and nothing sharp to smooth
+    // Drawn once: the longest kernel at a large photograph's scale takes a while to draw.
     const cv::Mat kernel = engine::MakePsfD(setting.blur, recipe.scale);
+    if (kernel.total() == 1)
+        return true; // a blur under a pixel: nothing to undo, and nothing sharp to smooth
     const int threads = recipe.threads > 0 ? recipe.threads : QThread::idealThreadCount();
     const PlaneWork work = planWork(planes, kernel, setting, recipe, threads);
     std::vector<cv::Mat> outputs;
