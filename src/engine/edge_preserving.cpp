@@ -86,33 +86,49 @@ class Shrink {
     float m_c, m_inverseC, m_below;
 };
 
-/// Writes D^T w into out, w the shrunk forward differences of x across and down, both periodic
-/// over the canvas: out = w_x(j - 1) - w_x(j) + w_y(i - 1) - w_y(i).
-void gradientStep(const SpectralPlane& x, SpectralPlane& out, const Shrink& shrink, int threads) {
+/// The shrunk forward differences down from row i of x to the next (periodic) into w.
+void shrunkDown(const SpectralPlane& x, int i, const Shrink& shrink, std::vector<float>& w) {
+    const float* a = x.row(i);
+    const float* b = x.row((i + 1) % x.rows());
+    for (int j = 0; j < x.cols(); ++j)
+        w[size_t(j)] = shrink(b[j] - a[j]);
+}
+
+/// Replaces x by D^T w, w the shrunk forward differences of x across and down, both periodic
+/// over the canvas: x = w_x(j - 1) - w_x(j) + w_y(i - 1) - w_y(i). In place, to keep one
+/// canvas fewer: each band of rows is written only after its differences are taken, and the
+/// differences across the bands' borders, which a neighbouring band would overwrite, are taken
+/// before any band starts.
+void gradientStep(SpectralPlane& x, const Shrink& shrink, int threads) {
     const int rows = x.rows();
     const int cols = x.cols();
-    forRanges(rows, threads, [&](int begin, int end) {
-        const auto width = static_cast<std::size_t>(cols);
+    const auto width = static_cast<std::size_t>(cols);
+    const int bands = std::clamp(threads, 1, rows);
+    const auto bandStart = [&](int b) { return int(static_cast<long long>(rows) * b / bands); };
+    // borders[b]: the differences down from the row above band b into its first row.
+    std::vector<std::vector<float>> borders(static_cast<size_t>(bands), std::vector<float>(width));
+    for (int b = 0; b < bands; ++b)
+        shrunkDown(x, (bandStart(b) - 1 + rows) % rows, shrink, borders[size_t(b)]);
+    forRanges(bands, bands, [&](int firstBand, int endBand) {
         std::vector<float> above(width), across(width), below(width);
-        const auto down = [&](int i, std::vector<float>& w) {
-            const float* a = x.row(i);
-            const float* b = x.row((i + 1) % rows);
-            for (int j = 0; j < cols; ++j)
-                w[size_t(j)] = shrink(b[j] - a[j]);
-        };
-        down((begin - 1 + rows) % rows, above);
-        for (int i = begin; i < end; ++i) {
-            const float* r = x.row(i);
-            for (int j = 0; j + 1 < cols; ++j)
-                across[size_t(j)] = shrink(r[j + 1] - r[j]);
-            across[size_t(cols - 1)] = shrink(r[0] - r[cols - 1]);
-            down(i, below);
-            float* o = out.row(i);
-            o[0] = across[size_t(cols - 1)] - across[0] + above[0] - below[0];
-            for (int j = 1; j < cols; ++j)
-                o[j] =
-                    across[size_t(j - 1)] - across[size_t(j)] + above[size_t(j)] - below[size_t(j)];
-            std::swap(above, below);
+        for (int b = firstBand; b < endBand; ++b) {
+            above = borders[size_t(b)];
+            const int end = bandStart(b + 1);
+            for (int i = bandStart(b); i < end; ++i) {
+                float* r = x.row(i);
+                for (int j = 0; j + 1 < cols; ++j)
+                    across[size_t(j)] = shrink(r[j + 1] - r[j]);
+                across[size_t(cols - 1)] = shrink(r[0] - r[cols - 1]);
+                if (i + 1 < end)
+                    shrunkDown(x, i, shrink, below);
+                else
+                    below = borders[size_t((b + 1) % bands)];
+                r[0] = across[size_t(cols - 1)] - across[0] + above[0] - below[0];
+                for (int j = 1; j < cols; ++j)
+                    r[j] = across[size_t(j - 1)] - across[size_t(j)] + above[size_t(j)] -
+                           below[size_t(j)];
+                std::swap(above, below);
+            }
         }
     });
 }
@@ -143,10 +159,10 @@ void frameCorrection(SpectralPlane& blurred, const CanvasLayout& layout,
 }
 
 /// The x step: X = (KtY + conj(K) C + (beta / lambda) W) / (|K|^2 + (beta / lambda) |D|^2),
-/// with C and W the transforms of the frame's correction and of D^T w, unnormalised. K X, which
-/// the next step's correction starts from, replaces C on the way.
+/// with C and W the transforms of the frame's correction and of D^T w, unnormalised; x holds W
+/// and is given X. K X, which the next step's correction starts from, replaces C on the way.
 void xStep(SpectralPlane& x, const SpectralPlane& data, SpectralPlane& correction,
-           const SpectralPlane& prior, const KernelSpectrum& kernel, double ratio, int threads) {
+           const KernelSpectrum& kernel, double ratio, int threads) {
     const float scale = 1.0f / (float(x.rows()) * float(x.cols()));
     const auto g = float(ratio);
     const int half = x.halfCols();
@@ -154,14 +170,13 @@ void xStep(SpectralPlane& x, const SpectralPlane& data, SpectralPlane& correctio
         for (int u = begin; u < end; ++u) {
             const std::complex<float>* kty = data.spectrumRow(u);
             std::complex<float>* c = correction.spectrumRow(u);
-            const std::complex<float>* w = prior.spectrumRow(u);
             const std::complex<float>* k = kernel.otf.spectrumRow(u);
             std::complex<float>* o = x.spectrumRow(u);
             const float down = kernel.downPower[size_t(u)];
             for (int v = 0; v < half; ++v) {
                 const float d2 = down + kernel.acrossPower[size_t(v)];
                 const std::complex<float> numerator =
-                    kty[v] + (conjugateTimes(k[v], c[v]) + g * w[v]) * scale;
+                    kty[v] + (conjugateTimes(k[v], c[v]) + g * o[v]) * scale;
                 o[v] = numerator * (1.0f / (squaredMagnitude(k[v]) + g * d2));
                 c[v] = times(k[v], o[v]);
             }
@@ -215,8 +230,7 @@ cv::Mat restoreEdgePreserving(const cv::Mat& plane, double scale, const CanvasLa
                               const KernelSpectrum& kernel, const EdgePreservingWeights& weights,
                               int threads, const std::function<bool()>& cancelled) {
     const auto stop = [&] { return cancelled && cancelled(); };
-    SpectralPlane data(layout.canvas), x(layout.canvas), prior(layout.canvas),
-        blurred(layout.canvas);
+    SpectralPlane data(layout.canvas), x(layout.canvas), blurred(layout.canvas);
     fillCanvas(plane, scale, layout, data, threads);
     const std::vector<float> continuation = frameValues(data, layout);
     data.forward(threads);
@@ -228,11 +242,11 @@ cv::Mat restoreEdgePreserving(const cv::Mat& plane, double scale, const CanvasLa
             return {};
         x.inverse(threads);
         blurred.inverse(threads);
-        gradientStep(x, prior, Shrink(beta), threads);
+        gradientStep(x, Shrink(beta), threads);
         frameCorrection(blurred, layout, continuation);
-        prior.forward(threads);
+        x.forward(threads);
         blurred.forward(threads);
-        xStep(x, data, blurred, prior, kernel, beta / weights.lambda, threads);
+        xStep(x, data, blurred, kernel, beta / weights.lambda, threads);
     }
     if (stop())
         return {};

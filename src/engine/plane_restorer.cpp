@@ -113,11 +113,11 @@ struct PlaneRestorer::Impl {
         return restored;
     }
 
-    cv::Mat restoreRegularised(const cv::Mat& plane) const {
+    cv::Mat restoreRegularised(const cv::Mat& plane, double weight) const {
         SpectralPlane canvas(layout.canvas);
         fillCanvas(plane, 1.0, layout, canvas, threads);
         canvas.forward(threads);
-        applyRegularisedFilter(canvas, spectrum, gamma, threads);
+        applyRegularisedFilter(canvas, spectrum, weight, threads);
         canvas.inverse(threads);
         cv::Mat restored;
         canvas.real()(layout.plane).copyTo(restored);
@@ -172,7 +172,8 @@ PlaneRestorer::PlaneRestorer(const cv::Mat& kernel, cv::Size planeSize,
         break;
     case RestorationFilter::EdgePreserving:
         d.spectrum = kernelSpectrum(kernel, d.layout.canvas, d.threads);
-        d.weights = edgePreservingWeights(kernel, settings.picture, settings.sharpness);
+        d.weights =
+            edgePreservingWeights(kernel, settings.picture, settings.sharpness, settings.streak);
         break;
     }
 }
@@ -197,12 +198,22 @@ cv::Mat PlaneRestorer::restore(const cv::Mat& plane, const std::function<bool()>
     case RestorationFilter::Classic:
         return d.restoreClassic(plane);
     case RestorationFilter::Regularised:
-        return d.restoreRegularised(plane);
+        return d.restoreRegularised(plane, d.gamma);
     case RestorationFilter::EdgePreserving:
         return restoreEdgePreserving(plane, 1.0 / (255.0 * units), d.layout, d.spectrum, d.weights,
                                      d.threads, cancelled);
     }
     return {};
+}
+
+cv::Mat PlaneRestorer::restoreOnePass(const cv::Mat& plane) const {
+    const Impl& d = *m_impl;
+    if (d.filter != RestorationFilter::EdgePreserving)
+        return restore(plane);
+    if (plane.channels() != 1 || plane.size() != d.planeSize)
+        throw std::invalid_argument(
+            "restoreOnePass: the plane must have one channel and the prepared size");
+    return d.restoreRegularised(plane, d.weights.betas.back() / d.weights.lambda);
 }
 
 int PlaneRestorer::reach(const cv::Mat& kernel, const RestorationSettings& settings) {
@@ -229,8 +240,8 @@ int PlaneRestorer::reach(const cv::Mat& kernel, const RestorationSettings& setti
             // onwards through the gradients that pass the shrinkage: measured over disks of 6 to
             // 24 pixels and a streak, tiles with this margin agree with the whole plane to
             // 45 dB or better.
-            const EdgePreservingWeights w =
-                edgePreservingWeights(kernel, settings.picture, settings.sharpness);
+            const EdgePreservingWeights w = edgePreservingWeights(
+                kernel, settings.picture, settings.sharpness, settings.streak);
             response = onePassResponse(kernel, w.betas.front() / w.lambda, side);
             break;
         }

@@ -31,8 +31,9 @@ struct EdgePreservingWeights {
 };
 
 /// lambda falls with the noise and with the one-pass filter's default weight, which is large
-/// where the picture has little detail above its noise.
+/// where the picture has little detail above its noise; for a streak its default is held at
+/// most kLargestStreakLambda (see RestorationSettings::streak).
 EdgePreservingWeights edgePreservingWeights(const cv::Mat& kernel, const PictureStatistics& picture,
-                                            double sharpness);
+                                            double sharpness, bool streak = false);
 
 } // namespace clarovi::engine

@@ -49,15 +49,6 @@ bool restorePicture(QImage& picture, const Setting& setting, const JobControl& c
     return true;
 }
 
-JobControl stage(const JobControl& control, double start, double share) {
-    JobControl part = control;
-    if (control.progress)
-        part.progress = [report = control.progress, start, share](double fraction) {
-            report(start + share * fraction);
-        };
-    return part;
-}
-
 bool cancelled(const JobControl& control) {
     return control.cancelled && control.cancelled();
 }

@@ -18,6 +18,10 @@ struct JobControl {
     std::function<bool()> cancelled;
 };
 
+/// The part of control's progress from start (0 to 1) on, share long: what a stage of a longer
+/// job reports through.
+JobControl stage(const JobControl& control, double start, double share);
+
 /// How the planes of one copy of the photograph are restored. Every restoration of the program
 /// (the live preview, the full preview, the colour one, the thumbnails of a search and the
 /// full-size export) is this one recipe; they differ only in these values.
