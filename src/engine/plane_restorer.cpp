@@ -168,7 +168,8 @@ PlaneRestorer::PlaneRestorer(const cv::Mat& kernel, cv::Size planeSize,
         break;
     case RestorationFilter::Regularised:
         d.spectrum = kernelSpectrum(kernel, d.layout.canvas, d.threads);
-        d.gamma = regularisedWeight(kernel, settings.picture, settings.sharpness);
+        d.gamma = onePassWeight(
+            edgePreservingWeights(kernel, settings.picture, settings.sharpness, settings.streak));
         break;
     case RestorationFilter::EdgePreserving:
         d.spectrum = kernelSpectrum(kernel, d.layout.canvas, d.threads);
@@ -213,7 +214,7 @@ cv::Mat PlaneRestorer::restoreOnePass(const cv::Mat& plane) const {
     if (plane.channels() != 1 || plane.size() != d.planeSize)
         throw std::invalid_argument(
             "restoreOnePass: the plane must have one channel and the prepared size");
-    return d.restoreRegularised(plane, d.weights.betas.back() / d.weights.lambda);
+    return d.restoreRegularised(plane, onePassWeight(d.weights));
 }
 
 int PlaneRestorer::reach(const cv::Mat& kernel, const RestorationSettings& settings) {
@@ -232,8 +233,11 @@ int PlaneRestorer::reach(const cv::Mat& kernel, const RestorationSettings& setti
             break;
         }
         case RestorationFilter::Regularised:
-            response = onePassResponse(
-                kernel, regularisedWeight(kernel, settings.picture, settings.sharpness), side);
+            response =
+                onePassResponse(kernel,
+                                onePassWeight(edgePreservingWeights(
+                                    kernel, settings.picture, settings.sharpness, settings.streak)),
+                                side);
             break;
         case RestorationFilter::EdgePreserving: {
             // The iterations carry the influence of the first x step, the least regularised,

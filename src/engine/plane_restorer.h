@@ -10,7 +10,8 @@ namespace clarovi::engine {
 /// The filters a plane can be restored with.
 enum class RestorationFilter {
     Classic,        ///< deconvolvePlane, the filter of earlier versions, kept for comparison
-    Regularised,    ///< one pass of Wiener-Hunt with a first-difference regulariser
+    Regularised,    ///< one pass of Wiener-Hunt with a first-difference regulariser (the
+                    ///< quick pass of live previews and thumbnails)
     EdgePreserving, ///< half-quadratic splitting with a hyper-Laplacian prior on the gradients
 };
 
@@ -79,11 +80,12 @@ class PlaneRestorer {
     cv::Mat restore(const cv::Mat& plane, const std::function<bool()>& cancelled = {}) const;
 
     /// restore for a plane whose fine detail the eye barely sees, such as a colour's difference
-    /// from the luminance: the iterative filter's one pass at the weight of its last splitting
-    /// step, which smooths more than its first and so reaches less far than the tiles allow
-    /// for; the same as restore for the one-pass filters. Its planes may be negative. On colour
-    /// photographs this weight came within 0.8 dB (RGB) of three iterative restorations, where
-    /// the first step's weight lost up to 4.7 dB to the noise it let through.
+    /// from the luminance: for the iterative filter, the Regularised filter's one pass at the
+    /// same settings, which smooths more than the iterative filter's first step and so reaches
+    /// less far than the tiles allow for; the same as restore for the one-pass filters. Its
+    /// planes may be negative. On colour photographs this came within 0.8 dB (RGB) of three
+    /// iterative restorations, where the first step's weight lost up to 4.7 dB to the noise it
+    /// let through.
     cv::Mat restoreOnePass(const cv::Mat& plane) const;
 
     cv::Size planeSize() const;

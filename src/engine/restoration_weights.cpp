@@ -103,7 +103,7 @@ class PredictiveRisk {
 
 /// The gamma in [1e-8, 100] with the least risk: a search over decades, then finer around the
 /// best.
-double leastRiskWeight(const PredictiveRisk& risk) {
+double leastRisk(const PredictiveRisk& risk) {
     const auto search = [&](double from, double to, double step) {
         double best = from, least = std::numeric_limits<double>::infinity();
         for (double e = from; e <= to + 1e-9; e += step) {
@@ -126,25 +126,24 @@ double classicMu(double sharpness) {
     return 0.008 - 0.006 * (s - kMinSharpness) / (kMaxSharpness - kMinSharpness);
 }
 
-double defaultRegularisedWeight(const cv::Mat& kernel, const PictureStatistics& picture) {
+double leastRiskWeight(const cv::Mat& kernel, const PictureStatistics& picture) {
     const double n2 = noisePower(picture);
     const cv::Mat& density = picture.powerSpectrum;
     if (density.empty())
         return kFallbackGammaPerNoisePower * n2;
     if (density.type() != CV_32FC1 || density.rows != density.cols)
         throw std::invalid_argument("a picture's power spectrum must be square CV_32FC1");
-    return leastRiskWeight(PredictiveRisk(kernel, density, n2));
+    return leastRisk(PredictiveRisk(kernel, density, n2));
 }
 
-double regularisedWeight(const cv::Mat& kernel, const PictureStatistics& picture,
-                         double sharpness) {
-    return defaultRegularisedWeight(kernel, picture) * smoothingFactor(sharpness);
+double onePassWeight(const EdgePreservingWeights& weights) {
+    return weights.betas.back() / weights.lambda;
 }
 
 EdgePreservingWeights edgePreservingWeights(const cv::Mat& kernel, const PictureStatistics& picture,
                                             double sharpness, bool streak) {
     const double sigma = std::sqrt(noisePower(picture));
-    const double gamma = defaultRegularisedWeight(kernel, picture);
+    const double gamma = leastRiskWeight(kernel, picture);
     double lambda = std::exp2(kDefaultLog2Lambda) / std::sqrt(sigma * gamma);
     if (streak)
         lambda = std::min(lambda, kLargestStreakLambda);

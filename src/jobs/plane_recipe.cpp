@@ -157,12 +157,9 @@ class TileRun {
 
 engine::RestorationFilter filterFor(const Setting& setting, const PlaneRecipe& recipe) {
     using engine::RestorationFilter;
-    // The quick pass is the classic filter: the one-pass regularised filter's weight, chosen by
-    // the predictive risk, lets the noise and the copy's resampling through at a streak's zeros
-    // on reduced copies (a drag step came out 5 dB worse than the blurred copy), where the
-    // classic filter's constant bounds them. The regularised pass still starts the iterative one.
-    return setting.classic || recipe.quick ? RestorationFilter::Classic
-                                           : RestorationFilter::EdgePreserving;
+    if (setting.classic)
+        return RestorationFilter::Classic;
+    return recipe.quick ? RestorationFilter::Regularised : RestorationFilter::EdgePreserving;
 }
 
 /// Weights of red, green and blue in a mix of the three.

@@ -29,9 +29,9 @@ struct PlaneRecipe {
     /// Pixels of the planes per working pixel (engine::workingScale of the copy): the blur set on
     /// the photograph is drawn at this scale.
     double scale = 1.0;
-    /// One quick pass of the classic filter (the live preview, the thumbnails) rather than the
-    /// full, edge-preserving restoration; the classic filter when the setting asks for it either
-    /// way.
+    /// One quick pass of the regularised filter (the live preview, the thumbnails) rather than
+    /// the full, edge-preserving restoration; the classic filter when the setting asks for it
+    /// either way.
     bool quick = false;
     /// What the copy is like at this scale (its noise and spectrum), which sets the filter's
     /// weights; when not given, measured on the planes' luminance (red, green, blue in that

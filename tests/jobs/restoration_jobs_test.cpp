@@ -122,23 +122,26 @@ TEST(PreviewJob, RestoresBestAtTheBlurOnThePhotograph) {
 TEST(PreviewJob, RestoresACopyOfALargerPhotographBetterThanItWasBlurred) {
     const cv::Size photo(3200, 2000);
     const cv::Mat sharp = clarovi::testing::deadLeaves(photo, 24000, 5, 200);
-    const engine::BlurOnPhoto blur{engine::BlurKind::Motion, 24, 30, 1};
-    const cv::Mat blurred = clarovi::testing::blurredWithNoise(
-        sharp, engine::MakePsfD(blur, engine::workingScale(photo)), 1.5);
-    OpenedPicture opened(engine::imageWithCVMat(blurred));
-    for (const bool drag : {false, true}) {
-        SCOPED_TRACE(drag);
-        if (drag)
-            opened.jobs.dragPreview({blur});
-        else
-            opened.jobs.auxTrueNoMultithread({blur});
-        const QSize shown = opened.window.shown.size();
-        cv::Mat sharpCopy, blurredCopy;
-        cv::resize(sharp, sharpCopy, {shown.width(), shown.height()}, 0, 0, cv::INTER_AREA);
-        cv::resize(blurred, blurredCopy, {shown.width(), shown.height()}, 0, 0, cv::INTER_AREA);
-        const QImage blurredShown = engine::imageWithCVMat(blurredCopy);
-        EXPECT_GT(centreQuality(opened.window.shown, sharpCopy),
-                  centreQuality(blurredShown, sharpCopy) + 1.0);
+    for (const engine::BlurOnPhoto& blur :
+         {engine::BlurOnPhoto{engine::BlurKind::Motion, 24, 30, 1},
+          engine::BlurOnPhoto{engine::BlurKind::OutOfFocus, 12}}) {
+        const cv::Mat blurred = clarovi::testing::blurredWithNoise(
+            sharp, engine::MakePsfD(blur, engine::workingScale(photo)), 1.5);
+        OpenedPicture opened(engine::imageWithCVMat(blurred));
+        for (const bool drag : {false, true}) {
+            SCOPED_TRACE(::testing::Message() << blur.length << (drag ? " drag" : " release"));
+            if (drag)
+                opened.jobs.dragPreview({blur});
+            else
+                opened.jobs.auxTrueNoMultithread({blur});
+            const QSize shown = opened.window.shown.size();
+            cv::Mat sharpCopy, blurredCopy;
+            cv::resize(sharp, sharpCopy, {shown.width(), shown.height()}, 0, 0, cv::INTER_AREA);
+            cv::resize(blurred, blurredCopy, {shown.width(), shown.height()}, 0, 0, cv::INTER_AREA);
+            const QImage blurredShown = engine::imageWithCVMat(blurredCopy);
+            EXPECT_GT(centreQuality(opened.window.shown, sharpCopy),
+                      centreQuality(blurredShown, sharpCopy) + 1.0);
+        }
     }
 }
 
