@@ -120,13 +120,15 @@ struct Row {
     double classicAt, regularisedAt, edgeAt, referenceAt = std::nan("");
 };
 
-Row measure(const cv::Mat& sharp, const cv::Mat& blurred, const cv::Mat& kernel, bool quick) {
+Row measure(const cv::Mat& sharp, const cv::Mat& blurred, const cv::Mat& kernel, bool streak,
+            bool quick) {
     const engine::PictureStatistics picture = engine::measurePicture(blurred);
     const auto restored = [&](engine::RestorationFilter filter, double sharpness) {
         engine::RestorationSettings settings;
         settings.filter = filter;
         settings.sharpness = sharpness;
         settings.picture = picture;
+        settings.streak = streak;
         settings.threads = 2;
         return psnr(sharp,
                     engine::PlaneRestorer(kernel, blurred.size(), settings).restore(blurred));
@@ -202,7 +204,7 @@ int main(int argc, char** argv) {
                 cv::RNG(int(1000 * sigma) + blur.length).fill(noise, cv::RNG::NORMAL, 0, sigma);
                 cv::Mat blurred;
                 cv::Mat(blurredWhole(inner) + noise).convertTo(blurred, CV_8U);
-                const Row r = measure(sharp, blurred, kernel, quick);
+                const Row r = measure(sharp, blurred, kernel, blur.motion, quick);
                 std::printf("| %s | %s | %.0f | %.2f | %.2f | %.2f | %.2f (%.0f) | %.2f | %.2f "
                             "(%.1f) | %.2f (%.1f) | %+.2f |\n",
                             name.c_str(), blur.name, sigma, r.blurred, r.classicBest,
