@@ -4,8 +4,6 @@
 
 #include <algorithm>
 #include <cmath>
-#include <cstdio>
-#include <cstdlib>
 #include <limits>
 #include <stdexcept>
 
@@ -34,8 +32,11 @@ constexpr double kLargestStreakLambda = 8192.0;
 // 2 sqrt 2. Up to beta = 4 the shrinkage keeps only steps of more than half the range, and the x
 // steps are one-pass restorations with gamma = beta / lambda; starting from the one at beta = 4
 // measured the same PSNR to 0.1 dB, and steps of 4 lose under 0.15 dB against 2 sqrt 2, so
-// three steps do the work of six.
-constexpr double kStartBeta = 4.0;
+// three steps do the work of six. Starting from the smoother one at beta = 16 restores the
+// middle of photographs the same to 0.05 dB and the frame of a streaked picture better: its
+// outermost 12 pixels came 1.5 dB under the blurred input from beta = 4 and 0.9 dB over it
+// from 16, as the first estimate of what lies past the frame rings less.
+constexpr double kStartBeta = 16.0;
 constexpr double kBetas[] = {16.0, 64.0, 256.0};
 
 double noisePower(const PictureStatistics& picture) {
@@ -151,8 +152,6 @@ EdgePreservingWeights edgePreservingWeights(const cv::Mat& kernel, const Picture
         lambda = std::min(lambda, kLargestStreakLambda);
     EdgePreservingWeights weights;
     weights.lambda = lambda / smoothingFactor(sharpness);
-    if (getenv("CLAROVI_DEBUG"))
-        fprintf(stderr, "sigma %g gamma %g lambda %g\n", sigma, gamma, weights.lambda);
     weights.startBeta = kStartBeta;
     weights.betas.assign(std::begin(kBetas), std::end(kBetas));
     return weights;

@@ -139,18 +139,14 @@ TEST(PlaneRestorer, TheIterativePassRestoresTheFrameBetterThanTheOnePassFilter) 
     };
     // Each filter at its best over the whole picture; the one-pass filter's default is smoother.
     const cv::Rect whole(cv::Point(), inner.size());
-    for (const auto& [kernel, lead, beatsInput] :
-         {std::tuple{diskKernel(9), 1.0, true}, std::tuple{lineKernel(13), 0.3, false}}) {
+    for (const cv::Mat& kernel : {diskKernel(9), lineKernel(13)}) {
         const cv::Mat y = blurred(scene, kernel, 1.0)(inner);
         const double onePass = bandPsnr(
             restoredAtBest(RestorationFilter::Regularised, kernel, y, scene(inner), whole));
         const double edges = bandPsnr(
             restoredAtBest(RestorationFilter::EdgePreserving, kernel, y, scene(inner), whole));
-        EXPECT_GT(edges, onePass + lead);
-        // A streak reaches further past the frame than three steps re-estimate well.
-        if (beatsInput) {
-            EXPECT_GT(edges, bandPsnr(y) + 1.0);
-        }
+        EXPECT_GT(edges, onePass + 1.0);
+        EXPECT_GT(edges, bandPsnr(y) + 0.5);
     }
 }
 
