@@ -21,8 +21,8 @@ inline constexpr int kThumbnailSide = 512;
 /// What the search reads, copied on the main thread when a run starts.
 struct SearchInput {
     QImage previewSourceImage; ///< the preview copy, the photograph at its own aspect
-    /// The controls' setting: the kind of blur searched, a streak's width, the sharpness and the
-    /// filter every thumbnail is restored with.
+    /// The controls' setting: the kind of blur searched, a streak's width and the sharpness the
+    /// thumbnails start from.
     jobs::Setting setting;
     /// Set: search finely around this blur (of the setting's kind) instead of over the grid.
     std::optional<engine::BlurOnPhoto> around;
