@@ -26,14 +26,14 @@ std::mutex planMutex;
 // Plans live as long as the process and are given back at its end, so that leak checkers see
 // none lost. FFTW_ESTIMATE plans a size in milliseconds without touching the arrays; measuring
 // would cost seconds for each new size, and each PSF length gives a new one.
-struct PlanCache {
-    std::map<std::tuple<int, int, int, Direction>, fftwf_plan> plans;
+template <typename Key> struct PlanCache {
+    std::map<Key, fftwf_plan> plans;
     ~PlanCache() {
         for (auto& entry : plans)
             fftwf_destroy_plan(entry.second);
     }
 };
-PlanCache cache;
+PlanCache<std::tuple<int, int, int, Direction>> cache; ///< rows, cols, threads, direction
 
 fftwf_plan planFor(const SpectralPlane& plane, Direction direction, int threads) {
     const std::lock_guard lock(planMutex);
@@ -56,14 +56,7 @@ fftwf_plan planFor(const SpectralPlane& plane, Direction direction, int threads)
 /// Plans of one-dimensional transforms for the split passes: each row's real transform, and a
 /// band of columns of the half spectrum. FFTW_UNALIGNED, as rows and bands start anywhere.
 enum class Pass { RowsForward, RowsInverse, ColumnsForward, ColumnsInverse };
-struct PassCache {
-    std::map<std::tuple<int, int, int, Pass>, fftwf_plan> plans; ///< length, band, stride, pass
-    ~PassCache() {
-        for (auto& entry : plans)
-            fftwf_destroy_plan(entry.second);
-    }
-};
-PassCache passes;
+PlanCache<std::tuple<int, int, int, Pass>> passes; ///< length, band, stride, pass
 
 fftwf_plan passPlan(const SpectralPlane& plane, Pass pass, int band) {
     const std::lock_guard lock(planMutex);
