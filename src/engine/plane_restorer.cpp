@@ -125,14 +125,17 @@ struct PlaneRestorer::Impl {
     }
 };
 
+cv::Rect measuredCentre(cv::Size plane) {
+    const cv::Size measured(std::min(plane.width, kMeasuredSide),
+                            std::min(plane.height, kMeasuredSide));
+    return {(plane.width - measured.width) / 2, (plane.height - measured.height) / 2,
+            measured.width, measured.height};
+}
+
 PictureStatistics measurePicture(const cv::Mat& plane) {
     if (plane.channels() != 1)
         throw std::invalid_argument("measurePicture: the plane must have one channel");
-    const cv::Size measured(std::min(plane.cols, kMeasuredSide),
-                            std::min(plane.rows, kMeasuredSide));
-    const cv::Mat centre =
-        plane(cv::Rect((plane.cols - measured.width) / 2, (plane.rows - measured.height) / 2,
-                       measured.width, measured.height));
+    const cv::Mat centre = plane(measuredCentre(plane.size()));
     PictureStatistics statistics;
     statistics.noiseSigma = estimateNoiseSigma(centre);
     if (centre.rows >= kSpectrumSide && centre.cols >= kSpectrumSide) {

@@ -33,10 +33,14 @@ struct PictureStatistics {
     cv::Mat powerSpectrum;
 };
 
+/// The part of a plane of this size its statistics are measured on: its centre, at most 2048
+/// pixels square, which is plenty for noise and spectrum and keeps a 100-megapixel photograph
+/// quick. Whoever mixes or converts a plane before measuring it needs only this part.
+cv::Rect measuredCentre(cv::Size plane);
+
 /// Measures a grey plane (one channel, 8 or 16 bits or float): its noise (estimateNoiseSigma)
-/// and its power spectral density on a 128 x 128 grid, both from its centre at most 2048 pixels
-/// square, which is plenty for either and keeps a 100-megapixel photograph quick. Planes smaller
-/// than 128 pixels on a side get an empty spectrum.
+/// and its power spectral density on a 128 x 128 grid, both from its measuredCentre. Planes
+/// smaller than 128 pixels on a side get an empty spectrum.
 PictureStatistics measurePicture(const cv::Mat& plane);
 
 /// The statistics of a copy of a photograph reduced to scale (the copy's size over the

@@ -22,12 +22,10 @@ QSize reducedToLongerSide(QSize size, int longerSide) {
 }
 
 double photographNoise(const QImage& photo) {
-    // The centre the statistics of a plane are measured on (measurePicture), in grey.
-    const QSize centre(std::min(photo.width(), 2048), std::min(photo.height(), 2048));
-    const QRect middle(
-        QPoint((photo.width() - centre.width()) / 2, (photo.height() - centre.height()) / 2),
-        centre);
-    return engine::estimateNoiseSigma(engine::CVGrayscaleMat(photo.copy(middle)));
+    // Only the centre the statistics are measured on is brought to grey.
+    const cv::Rect middle = engine::measuredCentre({photo.width(), photo.height()});
+    return engine::estimateNoiseSigma(
+        engine::CVGrayscaleMat(photo.copy(middle.x, middle.y, middle.width, middle.height)));
 }
 
 void ControllerState::installPicture(const QImage& photo) {

@@ -221,10 +221,7 @@ std::vector<cv::Mat> coloursOf(const cv::Mat& luminance, const cv::Mat& blueDiff
 /// an edge keeps its hue (colours smoothed apart leave fringes) and a grey picture restored in
 /// colour is its grey restoration. Only the centre measurePicture looks at is combined.
 engine::PictureStatistics measureCopy(const std::vector<cv::Mat>& planes) {
-    const cv::Size size = planes.front().size();
-    const cv::Size centre(std::min(size.width, 2048), std::min(size.height, 2048));
-    const cv::Rect middle(
-        cv::Point((size.width - centre.width) / 2, (size.height - centre.height) / 2), centre);
+    const cv::Rect middle = engine::measuredCentre(planes.front().size());
     if (planes.size() < 3)
         return engine::measurePicture(planes.front()(middle));
     return engine::measurePicture(mixOf(planes, kLuminance, middle));
@@ -236,8 +233,11 @@ engine::PictureStatistics measureCopy(const std::vector<cv::Mat>& planes) {
 PlaneWork planWork(const std::vector<cv::Mat>& planes, const cv::Mat& kernel,
                    const Setting& setting, const PlaneRecipe& recipe, int threads,
                    size_t planesAtOnce) {
+    // The classic filter's weight follows the sharpness alone: nothing to measure for it.
+    const bool classic = filterFor(setting, recipe) == engine::RestorationFilter::Classic;
     const engine::PictureStatistics statistics =
-        recipe.statistics ? *recipe.statistics : measureCopy(planes);
+        recipe.statistics ? *recipe.statistics
+                          : (classic ? engine::PictureStatistics{} : measureCopy(planes));
     PlaneWork work{restorationSettings(setting, recipe, statistics), {}, {}};
     // The reach is measured only when the plane is tiled: it costs more than a small
     // restoration, and a search restores a thousand thumbnails whole.
