@@ -171,7 +171,6 @@ void AutoViewController::closeEvent(QCloseEvent* event) {
         emit picked();
     else
         emit keepCurrentSettings();
-    emit closed();
 }
 
 } // namespace clarovi::app

@@ -38,8 +38,6 @@ class AutoViewController : public QWidget {
     /// The chosen tile's setting is in Data, waiting to be applied.
     void picked();
     void keepCurrentSettings();
-    /// The gallery has closed, with a pick or without.
-    void closed();
 
   protected:
     void closeEvent(QCloseEvent* event) override;

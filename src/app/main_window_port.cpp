@@ -115,9 +115,9 @@ void MainWindow::showCv() {
         m_autoRun.keepCurrentSettings();
         showNote(tr("The settings are as they were"));
     });
-    // Once it has closed, the results it showed go, and so does their memory.
-    connect(m_gallery, &AutoViewController::closed, &m_autoRun,
-            &autosearch::AutoRun::releaseResults, Qt::QueuedConnection);
+    // The results it shows go with it, and so does their memory: not before, as its model reads
+    // them, and not later, so that no search's results outlive the gallery that shows them.
+    connect(m_gallery, &QObject::destroyed, &m_autoRun, &autosearch::AutoRun::releaseResults);
     m_gallery->show();
     m_gallery->raise();
 }
