@@ -80,7 +80,7 @@ int runSearch(const cli::CliOptions& options, const jobs::ControllerState& state
 
 // The blur found in the opened picture, as the sliders take it.
 jobs::EstimatedSetting estimateOf(const jobs::ControllerState& state, engine::KindWanted wanted) {
-    return jobs::settingOf(engine::estimateBlur(state.analysisGrey, wanted));
+    return jobs::settingOf(engine::estimateBlur(state.analysisGrey, state.estimateRequest(wanted)));
 }
 
 // One line on stdout, in the C locale's numbers: "focus LENGTH CONFIDENCE" or

@@ -439,19 +439,29 @@ BlurEstimate answer(const Candidate& disk, const Candidate& line, KindWanted wan
           (diskConfidence == lineConfidence &&
            disk.score / kDiskCalibration.clear >= line.score / kLineCalibration.clear)));
     if (isDisk)
-        return {{BlurKind::OutOfFocus, disk.size, 0.0, 1.0}, diskConfidence};
+        return {{BlurKind::OutOfFocus, disk.size, 0.0, 1.0}, diskConfidence, {}};
     if (!(line.size > 0.0))
-        return {{BlurKind::Motion, 0.0, 0.0, 1.0}, 0.0};
+        return {{BlurKind::Motion, 0.0, 0.0, 1.0}, 0.0, {}};
     // The direction is in picture coordinates, y down: counter-clockwise is its negative.
     const BlurOnPhoto streak{BlurKind::Motion, line.size, -line.direction * 180.0 / kPi, 1.0};
-    return {streak.normalised(), lineConfidence};
+    return {streak.normalised(), lineConfidence, {}};
 }
 
-} // namespace
+/// The part of the picture to read: the region asked for, grown around its centre to
+/// kLeastRegion where the picture allows, or the whole picture.
+cv::Rect readRegion(cv::Size picture, cv::Rect asked) {
+    const cv::Rect whole({0, 0}, picture);
+    asked &= whole;
+    if (asked.empty())
+        return whole;
+    const int width = std::min(picture.width, std::max(asked.width, kLeastRegion));
+    const int height = std::min(picture.height, std::max(asked.height, kLeastRegion));
+    const int x = std::clamp(asked.x + asked.width / 2 - width / 2, 0, picture.width - width);
+    const int y = std::clamp(asked.y + asked.height / 2 - height / 2, 0, picture.height - height);
+    return {x, y, width, height};
+}
 
-BlurEstimate estimateBlur(const cv::Mat& grey, KindWanted wanted) {
-    if (grey.type() != CV_8UC1)
-        throw std::invalid_argument("estimateBlur: the picture must be CV_8UC1");
+BlurEstimate estimateIn(const cv::Mat& grey, KindWanted wanted) {
     const bool wantsDisk = wanted != KindWanted::Motion;
     const bool wantsLine = wanted != KindWanted::OutOfFocus;
     Candidate disk, line;
@@ -467,6 +477,17 @@ BlurEstimate estimateBlur(const cv::Mat& grey, KindWanted wanted) {
         cv::resize(reduced, reduced, {}, 0.5, 0.5, cv::INTER_AREA);
     }
     return answer(disk, line, wanted);
+}
+
+} // namespace
+
+BlurEstimate estimateBlur(const cv::Mat& grey, const EstimateRequest& request) {
+    if (grey.type() != CV_8UC1)
+        throw std::invalid_argument("estimateBlur: the picture must be CV_8UC1");
+    const cv::Rect region = readRegion(grey.size(), request.region);
+    BlurEstimate estimate = estimateIn(grey(region), request.wanted);
+    estimate.region = region;
+    return estimate;
 }
 
 } // namespace clarovi::engine

@@ -65,11 +65,12 @@ bool BlurEstimation::start(const ControllerState& state, engine::KindWanted want
     // The worker gets its own references to what it reads: opening another picture meanwhile
     // replaces the state's, not these.
     const cv::Mat grey = state.analysisGrey;
+    const engine::EstimateRequest request = state.estimateRequest(wanted);
     m_running = true;
-    m_watcher.setFuture(QtConcurrent::run([grey, wanted] {
+    m_watcher.setFuture(QtConcurrent::run([grey, request] {
         Outcome outcome;
         try {
-            outcome.estimate = engine::estimateBlur(grey, wanted);
+            outcome.estimate = engine::estimateBlur(grey, request);
         } catch (const std::exception& error) {
             outcome.failure = QStringLiteral("The blur estimate failed: %1")
                                   .arg(QString::fromLocal8Bit(error.what()));

@@ -32,8 +32,8 @@ class BlurEstimation : public QObject {
     /// Waits for an estimate under way.
     ~BlurEstimation() override;
 
-    /// Starts estimating the blur of the state's working copy, of the kind wanted. Does nothing
-    /// and returns false while an estimate runs or without a picture.
+    /// Starts estimating the blur of the state's working copy, of the kind wanted, in its region
+    /// if it has one. Does nothing and returns false while an estimate runs or without a picture.
     bool start(const ControllerState& state, engine::KindWanted wanted);
     /// From start until its outcome has been reported.
     bool running() const { return m_running; }

@@ -51,7 +51,30 @@ void ControllerState::installPicture(const QImage& photo) {
     resultImage = QImage();
     spectrumImage = QImage();
     estimate.reset();
+    guess.reset();
+    region = {};
     freshImage = true;
+}
+
+double ControllerState::photoScale() const {
+    return std::min(1.0, engine::workingScale({photoSize.width(), photoSize.height()}));
+}
+
+cv::Rect ControllerState::analysedRegion(const QRect& inPhoto) const {
+    if (inPhoto.isEmpty() || !QRect(QPoint(0, 0), photoSize).contains(inPhoto))
+        return {};
+    const double sx = double(analysisGrey.cols) / photoSize.width();
+    const double sy = double(analysisGrey.rows) / photoSize.height();
+    const int left = int(std::floor(inPhoto.left() * sx)),
+              top = int(std::floor(inPhoto.top() * sy));
+    const int right = int(std::ceil((inPhoto.right() + 1) * sx));
+    const int bottom = int(std::ceil((inPhoto.bottom() + 1) * sy));
+    return cv::Rect(left, top, right - left, bottom - top) &
+           cv::Rect(0, 0, analysisGrey.cols, analysisGrey.rows);
+}
+
+engine::EstimateRequest ControllerState::estimateRequest(engine::KindWanted wanted) const {
+    return {wanted, region, photoScale()};
 }
 
 } // namespace clarovi::jobs

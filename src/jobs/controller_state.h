@@ -1,9 +1,11 @@
 #pragma once
 
 #include "engine/blur.h"
+#include "engine/blur_estimate.h"
 #include "engine/plane_restorer.h"
 
 #include <QImage>
+#include <QRect>
 #include <QSize>
 #include <opencv2/core.hpp>
 
@@ -53,9 +55,26 @@ struct ControllerState {
     bool freshImage = false;
     /// The blur estimated in the photograph, when one was found.
     std::optional<engine::BlurOnPhoto> estimate;
+    /// The latest estimate of the photograph's blur however unsure, with its confidence: what
+    /// the automatic search goes around when no clear blur was found.
+    std::optional<engine::BlurEstimate> guess;
+    /// The part of the photograph the estimate and the search look at, in analysisGrey's pixels;
+    /// empty for the whole photograph (analysedRegion makes it from the photograph's pixels).
+    cv::Rect region;
+
+    /// The photograph's own pixels per pixel of analysisGrey, at most 1: under 1 when a small
+    /// photograph was enlarged to it.
+    double photoScale() const;
+    /// A rectangle in the photograph's own pixels as a region of analysisGrey: scaled, its edges
+    /// rounded outwards. Empty when it is empty or reaches outside the photograph.
+    cv::Rect analysedRegion(const QRect& inPhoto) const;
+    /// What an estimate of the photograph's blur of the kind wanted reads: its region, and how far
+    /// it was enlarged.
+    engine::EstimateRequest estimateRequest(engine::KindWanted wanted) const;
 
     /// Makes photo the current photograph: its working and preview copies and their grey planes,
-    /// and the state that belonged to the previous photograph reset (result, spectrum, estimate).
+    /// and the state that belonged to the previous photograph reset (result, spectrum, estimate,
+    /// guess and region).
     /// freshImage is set: its first computations are due.
     void installPicture(const QImage& photo);
 };

@@ -89,14 +89,15 @@ TEST(BlurEstimate, SharpFlatAndNoisePicturesFindNoBlur) {
         for (KindWanted wanted : {KindWanted::Any, KindWanted::OutOfFocus, KindWanted::Motion}) {
             SCOPED_TRACE(std::to_string(picture.cols) + " x " + std::to_string(picture.rows) +
                          " wanting " + std::to_string(static_cast<int>(wanted)));
-            EXPECT_LT(estimateBlur(picture, wanted).confidence, 0.5 * kClearBlurConfidence);
+            EXPECT_LT(estimateBlur(picture, {wanted, {}, 1.0}).confidence,
+                      0.5 * kClearBlurConfidence);
         }
 }
 
 TEST(BlurEstimate, WantedRestrictsTheKind) {
     const cv::Mat streak = blurred(deadLeaves(), true, 28.3, 35);
-    const BlurEstimate asStreak = estimateBlur(streak, KindWanted::Motion);
-    const BlurEstimate asDisk = estimateBlur(streak, KindWanted::OutOfFocus);
+    const BlurEstimate asStreak = estimateBlur(streak, {KindWanted::Motion, {}, 1.0});
+    const BlurEstimate asDisk = estimateBlur(streak, {KindWanted::OutOfFocus, {}, 1.0});
     EXPECT_EQ(asStreak.blur.kind, BlurKind::Motion);
     EXPECT_NEAR(asStreak.blur.length, 28.3, 2.3);
     EXPECT_EQ(asDisk.blur.kind, BlurKind::OutOfFocus);
