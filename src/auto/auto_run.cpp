@@ -25,13 +25,14 @@ void searchWorker(QPromise<ProgressUpdate>& promise, AutoSearch* search, QString
     }
 }
 
-// The search goes around the blur estimated in the picture when it is of the kind searched;
-// otherwise, and without an estimate, over the fixed grid.
-std::optional<engine::BlurOnPhoto> aroundEstimate(const jobs::ControllerState& state,
-                                                  engine::BlurKind kind) {
-    if (!state.estimate || state.estimate->kind != kind)
+// The photograph's latest guess, when it is of the kind searched (or the guess decides the kind);
+// otherwise the search makes its own.
+std::optional<engine::BlurEstimate> guessFor(const jobs::ControllerState& state,
+                                             engine::BlurKind kind, bool kindOfGuess) {
+    if (!state.guess || !(state.guess->blur.length > 0) ||
+        (!kindOfGuess && state.guess->blur.kind != kind))
         return std::nullopt;
-    return state.estimate;
+    return state.guess;
 }
 
 } // namespace
@@ -55,15 +56,20 @@ AutoRun::~AutoRun() {
     m_watcher.waitForFinished();
 }
 
-void AutoRun::MainWrapper(const jobs::Setting& setting) {
+void AutoRun::MainWrapper(const jobs::Setting& setting, bool kindOfGuess) {
     if (searching() || m_state.previewSourceImage.isNull())
         return;
     m_board.setRunning(jobs::Activity::Searching, true);
     m_window.showProgress(0.0, {});
     m_cancelRequested = false;
     m_failure.clear();
-    SearchInput input{m_state.previewSourceImage, setting,
-                      aroundEstimate(m_state, setting.blur.kind)};
+    SearchInput input{m_state.previewSourceImage,
+                      setting,
+                      guessFor(m_state, setting.blur.kind, kindOfGuess),
+                      m_state.analysisGrey,
+                      m_state.region,
+                      m_state.photoScale(),
+                      kindOfGuess};
     m_search = std::make_unique<AutoSearch>(std::move(input), m_restoration);
     m_watcher.setFuture(QtConcurrent::run(searchWorker, m_search.get(), &m_failure));
 }

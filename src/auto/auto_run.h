@@ -37,9 +37,10 @@ class AutoRun : public QObject {
     /// Cancels a search under way and waits for it.
     ~AutoRun() override;
 
-    /// Starts the search for blurs of setting's kind on its own copy of the photograph: around the
-    /// estimated blur when the state holds one of that kind, over the grid otherwise.
-    void MainWrapper(const jobs::Setting& setting);
+    /// Starts the search on its own copy of the photograph (its region, when one is marked) for
+    /// blurs of setting's kind, or with kindOfGuess of the kind of the best guess: around the
+    /// state's guess when it has one of that kind, around one estimated first otherwise.
+    void MainWrapper(const jobs::Setting& setting, bool kindOfGuess = false);
     /// Asks for a run when the main window next runs AppearActions (after an open).
     void automatizateIt() { autoRequested = true; }
     /// Stops the search after the step under way; its results are dropped.

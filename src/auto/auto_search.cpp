@@ -2,9 +2,11 @@
 
 #include "engine/image_bridge.h"
 #include "engine/restoration_score.h"
+#include "engine/texture.h"
 #include "jobs/controller_state.h"
 #include "jobs/plane_recipe.h"
 #include "jobs/slider_ranges.h"
+#include "search_plan.h"
 
 #include <QElapsedTimer>
 #include <QException>
@@ -19,42 +21,66 @@ namespace clarovi::autosearch {
 
 namespace {
 
-// The grid: disk diameters from 2 to 82; streaks at 42 angles across the half turn (a streak has
-// no head), from just above -90 to 90, each at 23 lengths from 4 to 92.
-constexpr int kDiskCount = 41;
-constexpr double kDiskStep = 2.0;
-constexpr int kStreakAngles = 42;
-constexpr int kStreakLengths = 23;
-constexpr double kStreakStep = 4.0;
-// Around an estimate: lengths within 30 % of its own, half a pixel apart for a disk (whose size
-// matters more) and a pixel apart for a streak, at angles within 6 degrees a degree apart.
-constexpr double kFineSpan = 0.3;
 // Steps of the sharpness control the thumbnails are restored crisper than the setting asks.
 constexpr double kThumbnailSharpening = 30.0;
-constexpr double kFineDiskStep = 0.5;
-constexpr double kFineStreakStep = 1.0;
-constexpr int kFineAngles = 6;
 
-// Keeps about the central three quarters of each side.
-cv::Mat centralPart(const cv::Mat& r) {
-    return r(cv::Rect(r.cols / 8, r.rows / 8, r.cols - r.cols / 4, r.rows - r.rows / 4));
+// A thumbnail shows about 9/16 of each side of the small copy (enlarged to its size), kept a
+// sixteenth of a side away from its frame, where the restoration is least sure; around a small
+// region, at least a quarter of each side.
+constexpr double kPartShare = 9.0 / 16.0;
+constexpr double kFrameShare = 1.0 / 16.0;
+constexpr double kSmallestPartShare = 0.25;
+
+cv::Rect scaledOutwards(const cv::Rect& r, double scale) {
+    const int left = int(std::floor(r.x * scale)), top = int(std::floor(r.y * scale));
+    return {left, top, int(std::ceil(r.br().x * scale)) - left,
+            int(std::ceil(r.br().y * scale)) - top};
+}
+
+cv::Size shareOf(cv::Size copy, double share) {
+    return {std::max(1, int(std::lround(copy.width * share))),
+            std::max(1, int(std::lround(copy.height * share)))};
+}
+
+// The region's bounds grown to the copy's aspect and at least the smallest share, centred on it
+// and kept within the copy.
+cv::Rect partAround(cv::Size copy, const cv::Rect& region) {
+    const double share =
+        std::clamp(std::max(double(region.width) / copy.width, double(region.height) / copy.height),
+                   kSmallestPartShare, 1.0);
+    const cv::Size size = shareOf(copy, share);
+    const int x =
+        std::clamp(region.x + region.width / 2 - size.width / 2, 0, copy.width - size.width);
+    const int y =
+        std::clamp(region.y + region.height / 2 - size.height / 2, 0, copy.height - size.height);
+    return {x, y, size.width, size.height};
+}
+
+cv::Rect partToShow(const cv::Mat& small, const cv::Rect& regionInWorkingPixels) {
+    const cv::Rect whole({0, 0}, small.size());
+    const cv::Rect region =
+        scaledOutwards(regionInWorkingPixels, engine::workingScale(small.size())) & whole;
+    if (!region.empty())
+        return partAround(small.size(), region);
+    const cv::Size margin = shareOf(small.size(), kFrameShare);
+    const cv::Rect inner(margin.width, margin.height, small.cols - 2 * margin.width,
+                         small.rows - 2 * margin.height);
+    return engine::TextureMap(small).mostDetailed(shareOf(small.size(), kPartShare), inner);
 }
 
 } // namespace
 
 AutoSearch::AutoSearch(SearchInput input, Restoration restoration)
-    : m_input(std::move(input)), m_restore(std::move(restoration)) {
+    : m_input(std::move(input)), m_kind(m_input.setting.blur.kind),
+      m_restore(std::move(restoration)) {
     const QImage small = engine::imageWithImage(
         m_input.previewSourceImage,
         jobs::reducedToLongerSide(m_input.previewSourceImage.size(), kThumbnailSide));
     m_smallGrey = engine::CVGrayscaleMat(small);
+    m_part = partToShow(m_smallGrey, m_input.region);
     if (!m_restore)
         m_restore = [this](const engine::BlurOnPhoto& blur) { return thumbnail(blur); };
     m_pool.setMaxThreadCount(QThread::idealThreadCount());
-}
-
-cv::Mat AutoSearch::thumbnailCrop(const cv::Mat& restored) {
-    return centralPart(centralPart(restored));
 }
 
 QImage AutoSearch::thumbnail(const engine::BlurOnPhoto& blur) const {
@@ -72,61 +98,27 @@ QImage AutoSearch::thumbnail(const engine::BlurOnPhoto& blur) const {
     jobs::restorePlanes(
         planes, {blur, sharpness, false, classic},
         {engine::workingScale(m_smallGrey.size()), true, engine::PictureStatistics{}, 1});
-    const QImage crop = engine::imageWithCVMat(thumbnailCrop(planes.front()));
+    const QImage crop = engine::imageWithCVMat(planes.front()(m_part));
     return engine::imageWithImage(crop, QSizeF(m_smallGrey.cols, m_smallGrey.rows));
 }
 
-engine::BlurOnPhoto AutoSearch::blurOf(double length, double angle) const {
-    engine::BlurOnPhoto blur = m_input.setting.blur;
-    blur.length = length;
-    blur.angle = angle;
-    return blur.normalised();
-}
-
-// Out of focus: one diameter per step; a streak: every length of an angle per step.
-std::vector<AutoSearch::Step> AutoSearch::gridPlan() const {
-    std::vector<Step> steps;
-    if (kind() == engine::BlurKind::OutOfFocus) {
-        for (int k = 1; k <= kDiskCount; ++k)
-            steps.push_back({blurOf(k * kDiskStep, 0)});
-        return steps;
-    }
-    for (int a = 1; a <= kStreakAngles; ++a) {
-        Step step;
-        for (int k = 1; k <= kStreakLengths; ++k)
-            step.push_back(blurOf(k * kStreakStep, -90.0 + a * 180.0 / kStreakAngles));
-        steps.push_back(step);
-    }
-    return steps;
-}
-
-// The lengths around the estimate within the length slider's range.
-std::vector<double> AutoSearch::fineLengths() const {
-    const double centre = m_input.around->length;
-    const double step = kind() == engine::BlurKind::Motion ? kFineStreakStep : kFineDiskStep;
-    const int reach = int(kFineSpan * centre / step + 1e-9);
-    std::vector<double> lengths;
-    for (int k = -reach; k <= reach; ++k)
-        if (jobs::kLengthRange.contains(centre + k * step))
-            lengths.push_back(centre + k * step);
-    return lengths;
-}
-
-std::vector<AutoSearch::Step> AutoSearch::finePlan() const {
-    std::vector<Step> steps;
-    const std::vector<double> lengths = fineLengths();
-    if (kind() == engine::BlurKind::OutOfFocus) {
-        for (double length : lengths)
-            steps.push_back({blurOf(length, 0)});
-        return steps;
-    }
-    for (int j = -kFineAngles; j <= kFineAngles; ++j) {
-        Step step;
-        for (double length : lengths)
-            step.push_back(blurOf(length, m_input.around->angle + j));
-        steps.push_back(step);
-    }
-    return steps;
+// The best guess of the kind searched, or of any kind when the guess decides the kind; a picture
+// that shows nothing to go by leaves the search to cover every blur.
+void AutoSearch::estimateGuess() {
+    if (m_input.around && m_input.kindOfGuess)
+        m_kind = m_input.around->blur.kind;
+    if (m_input.around || m_input.analysisGrey.empty())
+        return;
+    const engine::KindWanted wanted = m_input.kindOfGuess ? engine::KindWanted::Any
+                                      : m_kind == engine::BlurKind::Motion
+                                          ? engine::KindWanted::Motion
+                                          : engine::KindWanted::OutOfFocus;
+    const engine::BlurEstimate found =
+        engine::estimateBlur(m_input.analysisGrey, {wanted, m_input.region, m_input.photoScale});
+    if (!(found.blur.length > 0))
+        return;
+    m_input.around = found;
+    m_kind = found.blur.kind;
 }
 
 // The blurs of a step are restored and scored side by side on the cores (each reads only what
@@ -152,23 +144,33 @@ void AutoSearch::restoreStep(const Step& step) {
 
 bool AutoSearch::run(const Post& post, const std::function<bool()>& cancelled) {
     results.clear();
-    const std::vector<Step> steps = m_input.around ? finePlan() : gridPlan();
-    const int count = int(steps.size());
+    estimateGuess();
+    engine::BlurOnPhoto model = m_input.setting.blur;
+    model.kind = m_kind;
+    Pass pass = coarsePass(model, m_input.around ? &*m_input.around : nullptr);
+    // The refined passes are planned once the pass before has been scored: counted at their
+    // most until then.
+    int expected = pass.count() + kRefinements * refinedCountAtMost(m_kind);
+    int done = 0;
     QElapsedTimer clock;
     clock.start();
-    double firstStep = 0;
-    for (int k = 0; k < count; ++k) {
-        restoreStep(steps[size_t(k)]);
-        if (k == 0)
-            firstStep = clock.nsecsElapsed() / 1e9;
-        // The first step's duration for every step left: counted rather than subtracted step by
-        // step, so that the last step shows exactly 0.
-        post({k + 1, k + 1 == count, (count - 1 - k) * firstStep, float(k + 1) / float(count),
-              kind()});
-        if (cancelled && cancelled())
-            return false;
+    for (int refinement = 0;; ++refinement) {
+        for (size_t k = 0; k < pass.steps.size(); ++k) {
+            restoreStep(pass.steps[k]);
+            done += int(pass.steps[k].size());
+            const bool last = refinement == kRefinements && k + 1 == pass.steps.size();
+            const double perBlur = clock.nsecsElapsed() / 1e9 / done;
+            post({int(results.size()), last, last ? 0.0 : perBlur * (expected - done),
+                  last ? 1.0f : float(done) / float(expected), m_kind});
+            if (cancelled && cancelled())
+                return false;
+        }
+        if (refinement == kRefinements)
+            return true;
+        const Pass next = refinedPass(results, pass.spacing);
+        expected -= refinedCountAtMost(m_kind) - next.count();
+        pass = next;
     }
-    return true;
 }
 
 } // namespace clarovi::autosearch

@@ -2,6 +2,7 @@
 
 #include "data.h"
 #include "engine/blur.h"
+#include "engine/blur_estimate.h"
 #include "engine/plane_restorer.h"
 #include "jobs/setting.h"
 
@@ -24,8 +25,16 @@ struct SearchInput {
     /// The controls' setting: the kind of blur searched, a streak's width and the sharpness the
     /// thumbnails start from.
     jobs::Setting setting;
-    /// Set: search finely around this blur (of the setting's kind) instead of over the grid.
-    std::optional<engine::BlurOnPhoto> around;
+    /// The guess to search around, of the setting's kind. Unset: the search estimates the blur
+    /// in analysisGrey first when it has one.
+    std::optional<engine::BlurEstimate> around;
+    /// The photograph's grey at the working size (ControllerState::analysisGrey), shared.
+    cv::Mat analysisGrey;
+    /// The part of the photograph to look at, in working pixels; empty for all of it.
+    cv::Rect region;
+    double photoScale = 1.0; ///< as ControllerState::photoScale
+    /// Search in the kind of the blur the estimate finds rather than the setting's.
+    bool kindOfGuess = false;
 };
 
 /// Sent to the main thread after every step: everything it shows travels with it.
@@ -41,11 +50,9 @@ struct ProgressUpdate {
 using Restoration = std::function<QImage(const engine::BlurOnPhoto& blur)>;
 
 /// The restorations of the auto mode: a small copy of the photograph (its own aspect, longer side
-/// 512) restored for every blur of a fixed grid (41 disk diameters from 2 to 82; 42 streak angles
-/// across the half turn x 23 lengths from 4 to 92), or, around an estimated blur, for every blur
-/// near it (lengths from 0.7 to 1.3 times its own, half a pixel apart for a disk and a pixel for
-/// a streak, angles within 6 degrees a degree apart), each with the controls' sharpness, each
-/// restored in one quick pass and scored.
+/// 512) restored in one quick pass for blurs near the best guess of the photograph's blur (or
+/// every blur of the kind, when there is no guess to go by: search_plan.h), then for blurs ever
+/// closer around the best-scoring ones, each scored on its most detailed part.
 /// Runs on a worker thread on its own copy of what it reads.
 class AutoSearch {
   public:
@@ -54,11 +61,16 @@ class AutoSearch {
     AutoSearch(const AutoSearch&) = delete;
     AutoSearch& operator=(const AutoSearch&) = delete;
 
-    engine::BlurKind kind() const { return m_input.setting.blur.kind; }
+    /// The kind searched: the setting's, or the guess's once the search has estimated it.
+    engine::BlurKind kind() const { return m_kind; }
+    /// The guess the search went around, once it has started; unset for none.
+    const std::optional<engine::BlurEstimate>& guess() const { return m_input.around; }
 
-    /// The thumbnail's part of a restored plane: twice the central three quarters of each side.
-    static cv::Mat thumbnailCrop(const cv::Mat& restored);
-    /// The thumbnail of blur: the small copy restored, its central part brought back to the
+    /// The part of the small copy a thumbnail shows, in its pixels: the region's, or the most
+    /// detailed part away from the frame, about 9/16 of each side (at least a quarter around a
+    /// small region), at the copy's aspect.
+    cv::Rect thumbnailPart() const { return m_part; }
+    /// The thumbnail of blur: the small copy restored, its thumbnail part brought back to the
     /// copy's size. Reads only what stays fixed during a search: several may run at once.
     QImage thumbnail(const engine::BlurOnPhoto& blur) const;
 
@@ -72,14 +84,13 @@ class AutoSearch {
   private:
     /// What one progress update covers: blurs restored side by side.
     using Step = std::vector<engine::BlurOnPhoto>;
-    std::vector<Step> gridPlan() const;
-    std::vector<Step> finePlan() const;
-    std::vector<double> fineLengths() const;
+    void estimateGuess();
     void restoreStep(const Step& step);
-    engine::BlurOnPhoto blurOf(double length, double angle) const;
 
     SearchInput m_input;
+    engine::BlurKind m_kind;
     cv::Mat m_smallGrey; ///< the small copy's grey plane: the same for every step
+    cv::Rect m_part;
     Restoration m_restore;
     QThreadPool m_pool; ///< restores the blurs of a step side by side, for the whole search
 };

@@ -68,8 +68,12 @@ constexpr PlainOption kPlainOptions[] = {
     {"estimate", "Find the blur in INPUT and print it; with OUTPUT, restore with it too."},
     {"live", "Write the live preview a drag of a slider shows (longer side 1024)."},
     {"auto", "Run the automatic search and write its thumbnails into OUTDIR.", "OUTDIR"},
-    {"around-estimate", "With --auto: search finely around the blur found in INPUT instead of "
-                        "the fixed grid."},
+    {"around-estimate", "With --auto: search around the blur found in INPUT, clear or not, in "
+                        "its kind (--motion or --focus: of that kind)."},
+    {"region",
+     "With --estimate or --auto: look at this part of INPUT only, in its own pixels "
+     "(a textured part: a face, a plate, a line of text).",
+     "X,Y,W,H"},
     {"verbose", "Print the restoration's log lines and the image libraries' warnings."},
     {"full-size", "Restore the whole photograph at its own size, in colour, and write it with "
                   "its metadata as PNG, TIFF or JPEG (by OUTPUT's extension)."},
@@ -136,6 +140,21 @@ QString estimateConflict(const CliOptions& options, bool searchOrOther, bool set
     if ((options.estimate || options.aroundEstimate) && setting)
         return QStringLiteral("--length, --angle and --width are the estimate's to set");
     return {};
+}
+
+// "X,Y,W,H" in whole pixels; empty when it is not that or W or H is not above 0.
+QRect readRegion(const QString& text) {
+    const QStringList parts = text.split(QLatin1Char(','));
+    if (parts.size() != 4)
+        return {};
+    int numbers[4];
+    for (int k = 0; k < 4; ++k) {
+        bool ok = false;
+        numbers[k] = parts[k].trimmed().toInt(&ok);
+        if (!ok || numbers[k] < 0)
+            return {};
+    }
+    return {numbers[0], numbers[1], numbers[2], numbers[3]};
 }
 
 } // namespace
@@ -211,6 +230,15 @@ CliParseResult parseCliOptions(const QStringList& arguments) {
     options.estimate = set("estimate");
     options.aroundEstimate = set("around-estimate");
     options.rgb = set("rgb");
+    if (set("region")) {
+        options.region = readRegion(parser.value(QStringLiteral("region")));
+        if (options.region.isEmpty())
+            return refusal(QStringLiteral("--region expects X,Y,W,H: whole pixels, W and H above "
+                                          "0, not \"%1\"")
+                               .arg(parser.value(QStringLiteral("region"))));
+        if (!options.estimate && !options.aroundEstimate && !search)
+            return refusal(QStringLiteral("--region goes with --estimate or --auto"));
+    }
     const QString filter = parser.value(QStringLiteral("filter"));
     if (set("filter") && filter != QLatin1String("edge") && filter != QLatin1String("classic"))
         return refusal(QStringLiteral("--filter expects edge or classic, not \"%1\"").arg(filter));

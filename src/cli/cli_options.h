@@ -3,6 +3,7 @@
 #include "engine/blur_estimate.h"
 #include "jobs/slider_ranges.h"
 
+#include <QRect>
 #include <QString>
 #include <QStringList>
 
@@ -24,6 +25,7 @@ struct CliOptions {
     bool focus = false;          ///< with an estimate: look for out-of-focus blur only
     bool estimate = false;       ///< print the estimated blur; restore with it when given OUTPUT
     bool aroundEstimate = false; ///< with --auto: search around the estimated blur
+    QRect region;                ///< --region: the part of the photograph to look at, in its pixels
     bool rgb = false;
     bool classic = false;        ///< --filter classic: the Wiener filter of earlier versions
     bool live = false;           ///< one live preview, as a drag step of a slider makes it

@@ -51,17 +51,20 @@ void restore(const cli::CliOptions& options, jobs::ControlSequences& sequences) 
         sequences.showFirstRestoration();
 }
 
-// The automatic search of the window's auto button, without the window: over the grid, or
-// around a setting; progress on stderr as the overlay shows it, every result written out while
-// the search goes on. Picking one is the window's business.
+// The automatic search of the window's auto button, without the window: around the best guess
+// (the one given, or its own), in the setting's kind or the guess's; progress on stderr as the
+// overlay shows it, every result written out while the search goes on. Picking one is the
+// window's business.
 int runSearch(const cli::CliOptions& options, const jobs::ControllerState& state,
-              const jobs::Setting& setting, std::optional<engine::BlurOnPhoto> around = {}) {
+              const jobs::Setting& setting, std::optional<engine::BlurEstimate> around = {},
+              bool kindOfGuess = false) {
     cli::SearchWriter writer(options.autoDir);
     if (const QString error = writer.open(); !error.isEmpty()) {
         printError(error);
         return 1;
     }
-    autosearch::AutoSearch search({state.previewSourceImage, setting, around});
+    autosearch::AutoSearch search({state.previewSourceImage, setting, around, state.analysisGrey,
+                                   state.region, state.photoScale(), kindOfGuess});
     size_t queued = 0;
     search.run(
         [&](const autosearch::ProgressUpdate& update) {
@@ -120,16 +123,17 @@ int runEstimate(const cli::CliOptions& options, jobs::ControllerState& state,
         printEstimate(found);
     if (options.estimate && options.output.isEmpty())
         return 0;
-    if (!found.clear) {
-        printError(QStringLiteral("No clear blur found, so nothing was %1.")
-                       .arg(options.aroundEstimate ? QStringLiteral("searched")
-                                                   : QStringLiteral("restored")));
-        return 1;
-    }
     if (options.aroundEstimate) {
+        const bool any = options.wanted() == engine::KindWanted::Any;
+        if (!(found.estimate.blur.length > 0))
+            return runSearch(options, state, window.setting(), std::nullopt, any);
         jobs::Setting setting = window.setting();
-        setting.blur = found.blur;
-        return runSearch(options, state, setting, found.blur);
+        setting.blur.kind = found.blur.kind;
+        return runSearch(options, state, setting, found.estimate, any);
+    }
+    if (!found.clear) {
+        printError(QStringLiteral("No clear blur found, so nothing was restored."));
+        return 1;
     }
     sequences.applyEstimate(found);
     return saveShown(window, options.output);
@@ -208,6 +212,20 @@ int run(const cli::CliOptions& options) {
     jobs::ControlSequences sequences(state, window, restorations);
     sequences.setUpDefaults();
     sequences.pickImg(loaded.image, window.controls);
+    if (!options.region.isEmpty()) {
+        state.region = state.analysedRegion(options.region);
+        if (state.region.empty()) {
+            printError(QStringLiteral("The region %1,%2,%3,%4 does not lie within the %5 x %6 "
+                                      "photograph.")
+                           .arg(options.region.x())
+                           .arg(options.region.y())
+                           .arg(options.region.width())
+                           .arg(options.region.height())
+                           .arg(state.photoSize.width())
+                           .arg(state.photoSize.height()));
+            return 1;
+        }
+    }
     if (options.estimate || options.aroundEstimate)
         return runEstimate(options, state, window, sequences);
     if (!options.autoDir.isEmpty())

@@ -137,7 +137,6 @@ void ControlSequences::applyEstimate(const EstimatedSetting& found) {
     Setting setting = m_window.setting();
     setting.blur = found.blur;
     m_window.showSetting(setting);
-    m_state.estimate = found.estimate.blur;
     release(0);
 }
 

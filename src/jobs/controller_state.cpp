@@ -50,7 +50,6 @@ void ControllerState::installPicture(const QImage& photo) {
                    cv::INTER_CUBIC);
     resultImage = QImage();
     spectrumImage = QImage();
-    estimate.reset();
     guess.reset();
     region = {};
     freshImage = true;

@@ -53,10 +53,8 @@ struct ControllerState {
 
     /// A photograph was just opened; its first computations are due.
     bool freshImage = false;
-    /// The blur estimated in the photograph, when one was found.
-    std::optional<engine::BlurOnPhoto> estimate;
     /// The latest estimate of the photograph's blur however unsure, with its confidence: what
-    /// the automatic search goes around when no clear blur was found.
+    /// the automatic search goes around.
     std::optional<engine::BlurEstimate> guess;
     /// The part of the photograph the estimate and the search look at, in analysisGrey's pixels;
     /// empty for the whole photograph (analysedRegion makes it from the photograph's pixels).

@@ -3,6 +3,7 @@
 #include "common/file_size_limit.h"
 #include "engine/blur_estimate.h"
 
+#include <QDir>
 #include <QFile>
 #include <QFileInfo>
 #include <QImage>
@@ -120,26 +121,44 @@ TEST_F(CliRunTest, AFailedSearchLeavesNoFolderBehind) {
 // Over the grid, or around the blur found in the picture: every thumbnail and their index, with
 // the blur each undoes.
 TEST_F(CliRunTest, WritesEveryThumbnailOfTheSearchAndTheirIndex) {
-    const CliRun run = runCli({"--auto", path("search"), kSample});
-    ASSERT_EQ(run.exitCode, 0) << run.errors.toStdString();
-    EXPECT_EQ(run.errors.count("Remaining time: "), 41);
-    QFile index(path("search/index.csv"));
-    ASSERT_TRUE(index.open(QIODevice::ReadOnly));
-    const QList<QByteArray> rows = index.readAll().trimmed().split('\n');
-    ASSERT_EQ(rows.size(), 42);
-    EXPECT_EQ(rows[0], "index,kind,length,angle,score");
-    EXPECT_TRUE(rows[1].startsWith("0,focus,2,0,") && rows[41].startsWith("40,focus,82,0,"))
-        << rows[1].toStdString() << ' ' << rows[41].toStdString();
-    EXPECT_EQ(QImage(path("search/0040.png"), "PNG").size(), QSize(512, 341));
+    // The search around its own guess, then around the estimate of a region, in its kind.
+    for (const QStringList& asked : {QStringList{"--auto", path("search"), kSample},
+                                     QStringList{"--auto", path("around"), "--around-estimate",
+                                                 "--region", "100,50,400,300", kSample}}) {
+        const CliRun run = runCli(asked);
+        ASSERT_EQ(run.exitCode, 0) << run.errors.toStdString();
+        QFile index(QDir(asked[1]).filePath("index.csv"));
+        ASSERT_TRUE(index.open(QIODevice::ReadOnly));
+        const QList<QByteArray> rows = index.readAll().trimmed().split('\n');
+        EXPECT_EQ(rows[0], "index,kind,length,angle,score");
+        // A disk's every diameter is a step of its own.
+        EXPECT_EQ(run.errors.count("Remaining time: "), rows.size() - 1);
+        double bestScore = 0, bestLength = 0;
+        for (const QByteArray& row : rows.mid(1)) {
+            const QList<QByteArray> cells = row.split(',');
+            ASSERT_EQ(cells[1], "focus");
+            if (cells[4].toDouble() > bestScore)
+                std::tie(bestScore, bestLength) =
+                    std::pair(cells[4].toDouble(), cells[2].toDouble());
+        }
+        EXPECT_NEAR(bestLength, 23.9, 2.0) << "the disk of 7 pixels at 600, 23.9 at 2048";
+        EXPECT_EQ(QImage(QDir(asked[1]).filePath("0003.png"), "PNG").size(), QSize(512, 341));
+    }
+}
 
-    const CliRun around = runCli({"--auto", path("around"), "--around-estimate", kSample});
-    ASSERT_EQ(around.exitCode, 0) << around.errors.toStdString();
-    QFile aroundIndex(path("around/index.csv"));
-    ASSERT_TRUE(aroundIndex.open(QIODevice::ReadOnly));
-    const QList<QByteArray> fine = aroundIndex.readAll().trimmed().split('\n');
-    ASSERT_GT(fine.size(), 15);
-    EXPECT_DOUBLE_EQ(fine[2].split(',')[2].toDouble() - fine[1].split(',')[2].toDouble(), 0.5)
-        << "diameters half a pixel apart";
+// A region is whole pixels within the photograph, and goes with the estimate or the search.
+TEST_F(CliRunTest, RefusesARegionThatIsNotOneOfThePhotograph) {
+    using Case = std::tuple<QStringList, int, const char*>;
+    for (const auto& [arguments, code, why] :
+         {Case{{"--estimate", "--region", "1,2,3", kSample}, 2, "expects X,Y,W,H"},
+          Case{{"--estimate", "--region", "10,10,0,5", kSample}, 2, "expects X,Y,W,H"},
+          Case{{"--region", "1,2,30,40", kSample, path("out.png")}, 2, "goes with --estimate"},
+          Case{{"--estimate", "--region", "500,300,200,50", kSample}, 1, "does not lie within"}}) {
+        const CliRun run = runCli(arguments);
+        EXPECT_EQ(run.exitCode, code) << run.errors.toStdString();
+        EXPECT_TRUE(run.errors.contains(why)) << run.errors.toStdString();
+        EXPECT_EQ(run.errors.count('\n'), 1);
+    }
 }
 
 // One line on stdout with the sliders' values; given OUTPUT, the restoration with them too.
