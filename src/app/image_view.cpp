@@ -17,6 +17,8 @@ namespace {
 constexpr std::array<double, 13> kZoomSteps{
     1.0 / 8, 1.0 / 6, 1.0 / 4, 1.0 / 3, 1.0 / 2, 2.0 / 3, 1.0, 1.5, 2.0, 3.0, 4.0, 6.0, 8.0};
 constexpr int kWheelNotch = 120;
+// A drag shorter than this either way, in widget pixels, is a click rather than a region.
+constexpr double kLeastMarkedSide = 6.0;
 
 // The tolerance lets a factor that is a step up to rounding count as that step.
 double stepAbove(double factor) {
@@ -233,7 +235,40 @@ void ImageView::wheelEvent(QWheelEvent* event) {
     event->accept();
 }
 
+void ImageView::setRegion(const QRectF& inPicture) {
+    m_region = inPicture;
+    update();
+}
+
+// A drag marks a region where it cannot pan: on a fitted picture, or with Shift held.
+bool ImageView::marksOnDrag(const QMouseEvent* event) const {
+    return m_zoomable && !shownImage().isNull() &&
+           (event->modifiers().testFlag(Qt::ShiftModifier) || !pannable());
+}
+
+void ImageView::finishMarking(QPointF end) {
+    m_marking = false;
+    const QRectF dragged = QRectF(m_markStart, end).normalized();
+    update();
+    // A click is not a region.
+    if (dragged.width() < kLeastMarkedSide || dragged.height() < kLeastMarkedSide)
+        return;
+    const QRectF inPicture =
+        QRectF(widgetToPicture(dragged.topLeft()), widgetToPicture(dragged.bottomRight()))
+            .normalized() &
+        QRectF(QPointF(0, 0), shownSize());
+    if (inPicture.isEmpty())
+        return;
+    m_region = inPicture;
+    emit regionMarked(m_region);
+}
+
 void ImageView::mousePressEvent(QMouseEvent* event) {
+    if (event->button() == Qt::LeftButton && marksOnDrag(event)) {
+        m_marking = true;
+        m_markStart = m_markEnd = event->position();
+        return;
+    }
     if (!pannable() || event->button() != Qt::LeftButton) {
         QWidget::mousePressEvent(event);
         return;
@@ -245,6 +280,11 @@ void ImageView::mousePressEvent(QMouseEvent* event) {
 }
 
 void ImageView::mouseMoveEvent(QMouseEvent* event) {
+    if (m_marking) {
+        m_markEnd = event->position();
+        update();
+        return;
+    }
     if (!m_dragging) {
         QWidget::mouseMoveEvent(event);
         return;
@@ -256,6 +296,10 @@ void ImageView::mouseMoveEvent(QMouseEvent* event) {
 }
 
 void ImageView::mouseReleaseEvent(QMouseEvent* event) {
+    if (m_marking && event->button() == Qt::LeftButton) {
+        finishMarking(event->position());
+        return;
+    }
     if (!m_dragging || event->button() != Qt::LeftButton) {
         QWidget::mouseReleaseEvent(event);
         return;
@@ -315,11 +359,36 @@ void ImageView::drawPlaceholder(QPainter& painter) {
 void ImageView::paintEvent(QPaintEvent*) {
     QPainter painter(this);
     painter.fillRect(rect(), m_background);
-    const QImage& shown = shownImage();
-    if (shown.isNull()) {
+    if (shownImage().isNull()) {
         drawPlaceholder(painter);
         return;
     }
+    painter.save();
+    drawPicture(painter);
+    painter.restore();
+    drawRegion(painter);
+}
+
+// The region being marked, or the one marked, dashed black on white so that it shows on any
+// picture.
+void ImageView::drawRegion(QPainter& painter) const {
+    QRectF shown;
+    if (m_marking)
+        shown = QRectF(m_markStart, m_markEnd).normalized();
+    else if (!m_region.isEmpty())
+        shown = QRectF(pictureToWidget(m_region.topLeft()), pictureToWidget(m_region.bottomRight()))
+                    .normalized();
+    if (shown.isEmpty())
+        return;
+    painter.setBrush(Qt::NoBrush);
+    painter.setPen(QPen(Qt::white, 1));
+    painter.drawRect(shown);
+    painter.setPen(QPen(Qt::black, 1, Qt::DashLine));
+    painter.drawRect(shown);
+}
+
+void ImageView::drawPicture(QPainter& painter) {
+    const QImage& shown = shownImage();
     if (m_mirrored) {
         painter.translate(width(), 0);
         painter.scale(-1, 1);

@@ -9,8 +9,9 @@ namespace clarovi::app {
 /// Shows one picture on a background of its own. By default it is scaled to fit, keeping its
 /// aspect ratio, up or down, optionally mirrored left to right, and ignores mouse and keys.
 /// Made zoomable, it also shows the picture at fixed zoom steps from 1/8x to 8x, zoomed with the
-/// wheel, the keys + - 0 1 or the slots, panned by dragging; and it can show a second picture
-/// (the one before restoration) in the same place for comparison.
+/// wheel, the keys + - 0 1 or the slots, panned by dragging; it can show a second picture
+/// (the one before restoration) in the same place for comparison; and a drag where it cannot
+/// pan (on the fitted picture, or with Shift held) marks a region of the picture.
 class ImageView : public QWidget {
     Q_OBJECT
   public:
@@ -47,6 +48,10 @@ class ImageView : public QWidget {
     QPointF widgetToPicture(QPointF point) const;
     QPointF pictureToWidget(QPointF point) const;
 
+    /// The marked region in layout units, shown dashed; empty for none.
+    void setRegion(const QRectF& inPicture);
+    const QRectF& region() const { return m_region; }
+
   public slots:
     void zoomIn();
     void zoomOut();
@@ -56,6 +61,8 @@ class ImageView : public QWidget {
   signals:
     void zoomChanged(double factor, bool fitting);
     void comparingChanged(bool comparing);
+    /// The user marked a region, in layout units, within the picture.
+    void regionMarked(const QRectF& inPicture);
 
   protected:
     void paintEvent(QPaintEvent* event) override;
@@ -91,6 +98,10 @@ class ImageView : public QWidget {
     QPointF keyboardAnchor() const;
     void viewChanged();
     void drawPlaceholder(QPainter& painter);
+    void drawPicture(QPainter& painter);
+    void drawRegion(QPainter& painter) const;
+    bool marksOnDrag(const QMouseEvent* event) const;
+    void finishMarking(QPointF end);
 
     QImage m_image;
     QImage m_compareImage;
@@ -110,6 +121,10 @@ class ImageView : public QWidget {
     bool m_dragging = false;
     QPointF m_dragStart;
     QPointF m_centreAtDragStart;
+    bool m_marking = false;
+    QPointF m_markStart; ///< widget coordinates of the region being marked
+    QPointF m_markEnd;
+    QRectF m_region;
     double m_notifiedFactor = 0.0;
     bool m_notifiedFitting = true;
 };

@@ -4,6 +4,7 @@
 #include "engine/log.h"
 #include "files/picture_file.h"
 #include "gallery_window.h"
+#include "guess_offer.h"
 #include "help_window.h"
 
 #include <QAbstractSpinBox>
@@ -154,9 +155,15 @@ void MainWindow::buildStatusBar() {
         m_previousButton->hide();
         m_sequences.applyPrevious();
     });
+    m_guessOffer = new GuessOffer(this);
+    m_guessOffer->setObjectName(QStringLiteral("guessOffer"));
+    connect(m_guessOffer, &GuessOffer::tryIt, this, &MainWindow::tryGuess);
+    connect(m_guessOffer, &GuessOffer::searchAround, this, &MainWindow::searchAroundGuess);
+    statusBar()->addPermanentWidget(m_guessOffer);
     statusBar()->addPermanentWidget(m_previousButton);
     for (QLabel* label : {m_fileLabel, m_zoomLabel, m_jobLabel})
         statusBar()->addPermanentWidget(label);
+    connect(img01, &ImageView::regionMarked, this, &MainWindow::markRegion);
     connect(img01, &ImageView::zoomChanged, this, [this](double factor, bool fitting) {
         // The view lays the photograph out at its own size: 100 % is one of its pixels.
         const long percent = std::lround(factor * 100);
@@ -314,6 +321,8 @@ bool MainWindow::setImageInputForPictureTaker(const QString& path) {
     img01->fitToWindow();
     showOpenedFile(path, picture.image.size());
     offerPreviousSetting();
+    m_guessOffer->hide();
+    img01->setRegion({});
     AppearActions();
     m_openingEstimate = true;
     estimateBlur(engine::KindWanted::Any);

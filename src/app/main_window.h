@@ -29,6 +29,7 @@ class QSettings;
 namespace clarovi::app {
 
 class AutoOverlay;
+class GuessOffer;
 class AutoViewController;
 class HowToViewC;
 class SpectrumWindow;
@@ -129,6 +130,12 @@ class MainWindow : public QMainWindow, public jobs::WindowPort, public autosearc
     // main_window_jobs.cpp: the estimate, the search and the export.
     void connectJobs();
     void takeEstimate(const engine::BlurEstimate& estimate);
+    void offerGuess(const engine::BlurEstimate& estimate);
+    void tryGuess();
+    void searchAroundGuess();
+    /// Makes the part of the photograph inside inPhoto (its pixels) the one the estimate and the
+    /// search look at, and estimates its blur; an empty one, the whole photograph.
+    void markRegion(const QRectF& inPhoto);
     void endEstimate();
     void applyPick();
     void startExport(const jobs::ExportRequest& request);
@@ -168,6 +175,7 @@ class MainWindow : public QMainWindow, public jobs::WindowPort, public autosearc
     QLabel* m_zoomLabel = nullptr;
     QLabel* m_jobLabel = nullptr;
     QPushButton* m_previousButton = nullptr;
+    GuessOffer* m_guessOffer = nullptr;
     QList<QAction*> m_pictureActions; ///< actions that need a picture and free controls
     QAction* m_estimateAction = nullptr;
     QAction* m_classicAction = nullptr; ///< the classic filter instead of the default one

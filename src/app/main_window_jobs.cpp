@@ -3,6 +3,7 @@
 #include "engine/log.h"
 #include "files/picture_file.h"
 #include "fourier_window.h"
+#include "guess_offer.h"
 #include "main_window.h"
 
 #include <QDir>
@@ -49,21 +50,26 @@ void MainWindow::endEstimate() {
     m_board.setRunning(jobs::Activity::Estimating, false);
 }
 
-// An estimate of a picture no longer open, or arriving while a search covers the window, is
-// dropped; so is the one an open started once the user has set the controls. A doubtful one
-// leaves the sliders alone.
+// An estimate of a picture no longer open is dropped. One arriving while a search covers the
+// window, or the one an open started once the user has set the controls, only leaves its guess
+// for the search. A doubtful one leaves the sliders alone and is offered.
 void MainWindow::takeEstimate(const engine::BlurEstimate& estimate) {
     endEstimate();
     const bool opening = std::exchange(m_openingEstimate, false);
-    if (m_state.sourceImage.cacheKey() != m_estimatedPicture || m_board.covered() ||
-        m_board.running(jobs::Activity::Exporting) ||
+    if (m_state.sourceImage.cacheKey() != m_estimatedPicture)
+        return;
+    m_state.guess.reset();
+    if (estimate.blur.length > 0)
+        m_state.guess = estimate;
+    if (m_board.covered() || m_board.running(jobs::Activity::Exporting) ||
         (opening && m_sequences.history().count() > 0))
         return;
     const jobs::EstimatedSetting found = jobs::settingOf(estimate);
     if (!found.clear) {
-        showNote(tr("No clear blur found"));
+        offerGuess(estimate);
         return;
     }
+    m_guessOffer->hide();
     m_sequences.applyEstimate(found);
     const bool motion = found.blur.kind == engine::BlurKind::Motion;
     QString note =
@@ -75,6 +81,39 @@ void MainWindow::takeEstimate(const engine::BlurEstimate& estimate) {
     if (found.beyondRange)
         note += tr("; the blur is longer than the length slider reaches, so it is set to its end");
     showNote(note);
+}
+
+void MainWindow::offerGuess(const engine::BlurEstimate& estimate) {
+    showNote(tr("No clear blur found"));
+    if (estimate.blur.length > 0)
+        m_guessOffer->offer(estimate);
+    else
+        m_guessOffer->hide();
+}
+
+void MainWindow::tryGuess() {
+    if (!m_state.guess || !m_board.controlsFree())
+        return;
+    m_sequences.applyEstimate(jobs::settingOf(*m_state.guess));
+}
+
+void MainWindow::searchAroundGuess() {
+    if (m_state.guess && m_board.controlsFree())
+        m_autoRun.MainWrapper(setting(), true);
+}
+
+void MainWindow::markRegion(const QRectF& inPhoto) {
+    if (m_state.sourceImage.isNull())
+        return;
+    m_state.region = m_state.analysedRegion(inPhoto.toAlignedRect());
+    img01->setRegion(m_state.region.empty() ? QRectF() : inPhoto);
+    // The guess read elsewhere no longer stands for what the search is to look at.
+    m_state.guess.reset();
+    m_guessOffer->hide();
+    showNote(m_state.region.empty() ? tr("Estimate and Auto Search look at the whole picture")
+                                    : tr("Estimate and Auto Search look at the marked region"));
+    if (!m_state.region.empty())
+        estimateBlur(engine::KindWanted::Any);
 }
 
 void MainWindow::autoBtn() {

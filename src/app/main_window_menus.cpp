@@ -78,6 +78,12 @@ void MainWindow::buildPictureMenu() {
                                           m_panel->estimateBtn, &QToolButton::click);
     QAction* search = picture->addAction(tr("&Auto Search"), QKeySequence(tr("A")),
                                          m_panel->autobtn, &QPushButton::click);
+    QAction* clearRegion =
+        picture->addAction(tr("Look at the &Whole Picture"), QKeySequence(tr("Shift+R")), this,
+                           [this] { markRegion({}); });
+    clearRegion->setObjectName(QStringLiteral("wholePictureAction"));
+    clearRegion->setToolTip(tr("Forget the region marked by dragging on the picture: Estimate "
+                               "and Auto Search look at all of it"));
     picture->addSeparator();
     m_classicAction =
         picture->addAction(tr("C&lassic Filter"), &m_sequences, &jobs::ControlSequences::settled);
@@ -85,7 +91,7 @@ void MainWindow::buildPictureMenu() {
     m_classicAction->setCheckable(true);
     m_classicAction->setToolTip(tr("Restore with the Wiener filter of earlier versions, which "
                                    "rings at edges, to compare it with the default one"));
-    m_pictureActions << motion << colour << search << m_classicAction;
+    m_pictureActions << motion << colour << search << clearRegion << m_classicAction;
 }
 
 void MainWindow::buildViewMenu() {

@@ -127,8 +127,9 @@ void MainWindow::showCv() {
 void MainWindow::AppearActions() {
     if (autosearch::Data::getInstance().toPut.load() && !m_state.sourceImage.isNull())
         applyPick();
+    // Opened to be searched: in the kind of blur the photograph shows.
     if (m_autoRun.autoRequested)
-        m_autoRun.MainWrapper(setting());
+        m_autoRun.MainWrapper(setting(), true);
     m_sequences.showFirstRestoration();
 }
 

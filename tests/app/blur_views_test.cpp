@@ -3,7 +3,9 @@
 #include "engine/psf.h"
 #include "gui_helpers.h"
 
+#include <QAction>
 #include <QPushButton>
+#include <QRegularExpression>
 #include <QStatusBar>
 #include <opencv2/imgproc.hpp>
 
@@ -75,4 +77,40 @@ TEST_F(MainWindowTest, TheSpectrumShowsAtOnceAndItsZerosFollowTheSliders) {
     EXPECT_GT(spectrum->blur()->length, before);
     EXPECT_EQ(*enlarged->blur(), *spectrum->blur());
     ASSERT_TRUE(waitFor([this] { return unlocked(); }));
+}
+
+// An unsure estimate is offered in the status bar, not applied; "Try it" sets the sliders to it.
+// A rectangle dragged on the fitted picture is the region the estimate then reads, until the
+// whole picture is asked for again.
+TEST_F(MainWindowTest, AnUnsureGuessIsOfferedAndARegionCanBeMarked) {
+    openSample(QStringLiteral(CLAROVI_DATA_DIR "/astronaut.png"));
+    const float length = slider("psfCountD")->floatValue();
+    auto* offer = outlet("guessOffer");
+    ASSERT_TRUE(waitFor([&] { return offer->isVisible(); }));
+    EXPECT_EQ(slider("psfCountD")->floatValue(), length) << "an unsure guess moves nothing";
+    const QString text = outlet<QLabel>("guessLabel")->text();
+    ASSERT_TRUE(text.startsWith("Maybe ")) << text.toStdString();
+    const double guessed =
+        QRegularExpression("(diameter|length) ([0-9.]+)").match(text).captured(2).toDouble();
+    const int before = restorations();
+    QTest::mouseClick(outlet("tryGuessBtn"), Qt::LeftButton);
+    ASSERT_TRUE(waitFor([&] { return restorations() > before && idle(); }));
+    EXPECT_NEAR(slider("psfCountD")->floatValue(), std::min(guessed, 100.0), 0.051);
+    EXPECT_FALSE(offer->isVisible());
+
+    const QPoint from(view()->width() * 3 / 10, view()->height() * 3 / 10);
+    const QPoint to(view()->width() * 6 / 10, view()->height() * 6 / 10);
+    QTest::mousePress(view(), Qt::LeftButton, {}, from);
+    QMouseEvent move(QEvent::MouseMove, to, view()->mapToGlobal(to), Qt::NoButton, Qt::LeftButton,
+                     Qt::NoModifier);
+    QApplication::sendEvent(view(), &move);
+    QTest::mouseRelease(view(), Qt::LeftButton, {}, to);
+    const QRectF marked = view()->region();
+    EXPECT_NEAR(marked.center().x(), view()->widgetToPicture(QRectF(from, to).center()).x(), 2);
+    EXPECT_NEAR(marked.width(), (to.x() - from.x()) / view()->zoomFactor(), 2);
+    EXPECT_EQ(status(), "Estimate and Auto Search look at the marked region");
+    ASSERT_TRUE(waitFor([this] { return idle(); }));
+    window->findChild<QAction*>("wholePictureAction")->trigger();
+    EXPECT_TRUE(view()->region().isEmpty());
+    EXPECT_EQ(status(), "Estimate and Auto Search look at the whole picture");
 }
