@@ -8,10 +8,9 @@ namespace clarovi::app {
 
 namespace {
 
-QPushButton* flatButton(const QString& text, const char* name, QWidget* parent) {
+QPushButton* offerButton(const QString& text, const char* name, QWidget* parent) {
     auto* button = new QPushButton(text, parent);
     button->setObjectName(QLatin1String(name));
-    button->setFlat(true);
     return button;
 }
 
@@ -19,8 +18,8 @@ QPushButton* flatButton(const QString& text, const char* name, QWidget* parent) 
 
 GuessOffer::GuessOffer(QWidget* parent) : QWidget(parent), m_text(new QLabel(this)) {
     m_text->setObjectName(QStringLiteral("guessLabel"));
-    auto* tryButton = flatButton(tr("Try it"), "tryGuessBtn", this);
-    auto* searchButton = flatButton(tr("Search around"), "searchGuessBtn", this);
+    auto* tryButton = offerButton(tr("Try it"), "tryGuessBtn", this);
+    auto* searchButton = offerButton(tr("Search around"), "searchGuessBtn", this);
     auto* row = new QHBoxLayout(this);
     row->setContentsMargins(0, 0, 0, 0);
     row->addWidget(m_text);

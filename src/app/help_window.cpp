@@ -35,7 +35,13 @@ status bar offers the previous photograph's setting if you want it.</p>
 <h3>Find the blur</h3>
 <p><b>Estimate</b> (Ctrl+E) looks for the blur in the photograph and moves the controls to it.
 Its arrow chooses what to look for: any blur, out of focus only, or motion only; the button
-says which.</p>
+says which. When it is not sure, the status bar says what the blur may be and how sure it is:
+<b>Try it</b> sets the controls to that guess, <b>Search around</b> searches automatically
+around it.</p>
+<p>To look at one part of the photograph only (a clock's face, a number plate, a line of text
+where the rest is sky or wall), drag a rectangle on the picture (with Shift held when you have
+zoomed in): Clarovi estimates the blur there at once, and <b>Auto</b> looks there too.
+<b>Picture ▸ Look at the Whole Picture</b> (Shift+R) forgets the region.</p>
 
 <h3>Set the blur by hand</h3>
 <p><b>Out of focus</b>: set <b>PSF Length / Diameter</b> to the diameter of the blur disk.
@@ -61,9 +67,12 @@ the quick preview during a drag stays grey. <b>Edit ▸ Undo</b> (Ctrl+Z) and <b
 photograph before restoration at the same place.</p>
 
 <h3>Search automatically</h3>
-<p><b>Auto</b> (A) restores a small copy of the photograph at many settings, around the blur
-found by Estimate or over a coarse grid, and shows them in a gallery, the best-scoring one
-marked. Double-click a restoration (or choose it and press Enter, or <b>Use this setting</b>) to
+<p><b>Auto</b> (A) restores a small copy of the photograph at many settings of the kind the
+panel shows, around the best guess of the blur (sure or not; over every blur of the kind when
+there is none), then ever closer around the best-scoring ones, and shows them in a gallery, the
+best-scoring one marked; each shows the most detailed part of the photograph, or the region you
+marked. <b>File ▸ Open and Search Automatically…</b> searches in the kind of blur the
+photograph shows. Double-click a restoration (or choose it and press Enter, or <b>Use this setting</b>) to
 apply its setting. <b>Keep current settings</b>, Esc or closing the gallery keeps yours.</p>
 
 <h3>Save</h3>

@@ -85,7 +85,8 @@ void MainWindow::takeEstimate(const engine::BlurEstimate& estimate) {
 
 void MainWindow::offerGuess(const engine::BlurEstimate& estimate) {
     showNote(tr("No clear blur found"));
-    if (estimate.blur.length > 0)
+    // A guess without any evidence is no offer.
+    if (estimate.blur.length > 0 && estimate.confidence > 0)
         m_guessOffer->offer(estimate);
     else
         m_guessOffer->hide();
