@@ -102,23 +102,21 @@ QImage AutoSearch::thumbnail(const engine::BlurOnPhoto& blur) const {
     return engine::imageWithImage(crop, QSizeF(m_smallGrey.cols, m_smallGrey.rows));
 }
 
-// The best guess of the kind searched, or of any kind when the guess decides the kind; a picture
-// that shows nothing to go by leaves the search to cover every blur.
+// The best guess of the kind searched, or of any kind when the guess is to decide the kind; a
+// guess too unsure to go by leaves the kind as it was and the search to cover every blur.
 void AutoSearch::estimateGuess() {
+    if (!m_input.around && !m_input.analysisGrey.empty()) {
+        const engine::KindWanted wanted = m_input.kindOfGuess ? engine::KindWanted::Any
+                                          : m_kind == engine::BlurKind::Motion
+                                              ? engine::KindWanted::Motion
+                                              : engine::KindWanted::OutOfFocus;
+        m_input.around = engine::estimateBlur(m_input.analysisGrey,
+                                              {wanted, m_input.region, m_input.photoScale});
+    }
+    if (m_input.around && !usableGuess(*m_input.around))
+        m_input.around.reset();
     if (m_input.around && m_input.kindOfGuess)
         m_kind = m_input.around->blur.kind;
-    if (m_input.around || m_input.analysisGrey.empty())
-        return;
-    const engine::KindWanted wanted = m_input.kindOfGuess ? engine::KindWanted::Any
-                                      : m_kind == engine::BlurKind::Motion
-                                          ? engine::KindWanted::Motion
-                                          : engine::KindWanted::OutOfFocus;
-    const engine::BlurEstimate found =
-        engine::estimateBlur(m_input.analysisGrey, {wanted, m_input.region, m_input.photoScale});
-    if (!(found.blur.length > 0))
-        return;
-    m_input.around = found;
-    m_kind = found.blur.kind;
 }
 
 // The blurs of a step are restored and scored side by side on the cores (each reads only what

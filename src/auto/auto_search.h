@@ -63,7 +63,8 @@ class AutoSearch {
 
     /// The kind searched: the setting's, or the guess's once the search has estimated it.
     engine::BlurKind kind() const { return m_kind; }
-    /// The guess the search went around, once it has started; unset for none.
+    /// The guess the search went around, once it has started; unset for none (or one too unsure
+    /// to go by).
     const std::optional<engine::BlurEstimate>& guess() const { return m_input.around; }
 
     /// The part of the small copy a thumbnail shows, in its pixels: the region's, or the most

@@ -156,9 +156,12 @@ int Pass::count() const {
     return blurs;
 }
 
+bool usableGuess(const engine::BlurEstimate& guess) {
+    return guess.blur.length > 0 && guess.confidence >= kUsableGuess;
+}
+
 Pass coarsePass(const BlurOnPhoto& model, const engine::BlurEstimate* guess) {
-    if (!guess || guess->blur.kind != model.kind || !(guess->blur.length > 0) ||
-        guess->confidence < kUsableGuess)
+    if (!guess || guess->blur.kind != model.kind || !usableGuess(*guess))
         return everyBlur(model);
     return around(model, guess->blur, guess->confidence >= engine::kClearBlurConfidence);
 }

@@ -23,6 +23,10 @@ struct Pass {
     int count() const;
 };
 
+/// Whether a guess is sure enough to search around (and, when the search follows the guess's
+/// kind, to decide it); a less sure one counts as none.
+bool usableGuess(const engine::BlurEstimate& guess);
+
 /// The search's coarse pass. Without a guess, or one too unsure to go by, every blur of the
 /// kind from the shortest to the longest the length slider reaches, lengths in even ratios, a
 /// streak's angles across the half turn. Around a guess, the blurs near it: the surer the guess,
