@@ -67,8 +67,9 @@ the quick preview during a drag stays grey. <b>Edit ▸ Undo</b> (Ctrl+Z) and <b
 photograph before restoration at the same place.</p>
 
 <h3>Search automatically</h3>
-<p><b>Auto</b> (A) restores a small copy of the photograph at many settings of the kind the
-panel shows, around the best guess of the blur (sure or not; over every blur of the kind when
+<p><b>Auto</b> (A) restores a small copy of the photograph at many settings, of the kind of
+blur the photograph shows until you set the controls and of the kind the panel shows after,
+around the best guess of the blur (sure or not; over every blur of the kind when
 there is none), then ever closer around the best-scoring ones, and shows them in a gallery, the
 best-scoring one marked; each shows the most detailed part of the photograph, or the region you
 marked. <b>File ▸ Open and Search Automatically…</b> searches in the kind of blur the

@@ -117,9 +117,11 @@ void MainWindow::markRegion(const QRectF& inPhoto) {
         estimateBlur(engine::KindWanted::Any);
 }
 
+// Until the controls have been set (by hand or by a clear estimate), the search goes in the kind
+// of blur the photograph's guess shows; then in the mode's.
 void MainWindow::autoBtn() {
     if (m_board.controlsFree())
-        m_autoRun.MainWrapper(setting());
+        m_autoRun.MainWrapper(setting(), m_sequences.history().count() == 0);
 }
 
 void MainWindow::applyPick() {
