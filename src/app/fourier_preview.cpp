@@ -85,7 +85,8 @@ void SpectrumPreview::drawLines(QPainter& painter, cv::Point2d extent) const {
 
 void SpectrumPreview::paintEvent(QPaintEvent* event) {
     ImageView::paintEvent(event);
-    if (!m_blur || image().isNull())
+    // A shake's zeros lie on no simple curve: nothing is drawn for it.
+    if (!m_blur || image().isNull() || m_blur->kind == engine::BlurKind::Shake)
         return;
     QPainter painter(this);
     // Over the spectrum only, not the bars beside it.

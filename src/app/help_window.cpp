@@ -66,6 +66,13 @@ the quick preview during a drag stays grey. <b>Edit ▸ Undo</b> (Ctrl+Z) and <b
 (Ctrl+Shift+Z) step through the settings you applied. Hold <b>Compare</b> or Space to see the
 photograph before restoration at the same place.</p>
 
+<h3>Camera shake</h3>
+<p>A shaken camera draws a curved stroke rather than a straight streak. <b>File ▸ Load
+PSF…</b> restores with a kernel from a grey picture (a star or a bright point cut from the
+photograph, or a kernel saved before), its pixels those of the photograph at 2048 on its longer
+side; the <b>Shake</b> switch then holds it while you try the other modes. <b>File ▸ Save
+PSF…</b> writes the current blur's kernel as a grey PNG.</p>
+
 <h3>Search automatically</h3>
 <p><b>Auto</b> (A) restores a small copy of the photograph at many settings, of the kind of
 blur the photograph shows until you set the controls and of the kind the panel shows after,

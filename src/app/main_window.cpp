@@ -191,14 +191,18 @@ void MainWindow::connectPanel() {
             showNote(tr("%1 is beyond what the setting takes: set to %2").arg(typed).arg(limit));
         });
     }
-    connect(m_panel->movedSw, &QPushButton::clicked, this, [this] {
-        m_panel->showMotionMode(m_panel->movedSw->isChecked());
+    const auto switchTo = [this](engine::BlurKind kind) {
+        m_panel->showMode(kind, m_shakeKernel != nullptr);
         m_sequences.movedSwitch();
+    };
+    connect(m_panel->movedSw, &QPushButton::clicked, this, [this, switchTo] {
+        switchTo(m_panel->movedSw->isChecked() ? engine::BlurKind::Motion
+                                               : engine::BlurKind::OutOfFocus);
     });
-    connect(m_panel->ofSw, &QPushButton::clicked, this, [this] {
-        m_panel->showMotionMode(false);
-        m_sequences.movedSwitch();
-    });
+    connect(m_panel->ofSw, &QPushButton::clicked, this,
+            [switchTo] { switchTo(engine::BlurKind::OutOfFocus); });
+    connect(m_panel->shakeSw, &QPushButton::clicked, this,
+            [switchTo] { switchTo(engine::BlurKind::Shake); });
     connect(m_panel->rgbBtn, &QPushButton::clicked, &m_sequences,
             &jobs::ControlSequences::colorize);
     connect(m_panel->openBtn, &QPushButton::clicked, this, &MainWindow::pickIt);

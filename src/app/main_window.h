@@ -141,6 +141,10 @@ class MainWindow : public QMainWindow, public jobs::WindowPort, public autosearc
     void startExport(const jobs::ExportRequest& request);
     void finishExport(const jobs::ExportResult& result, const QString& target);
     void showSpectrumWindow();
+    /// File ▸ Load PSF…: a kernel from a grey picture, restored with as a shake.
+    void loadPsf();
+    /// File ▸ Save PSF…: the current blur's kernel in working pixels, as a grey PNG.
+    void savePsf();
     QString proposedPath(const char* folderKey, const QString& suffix) const;
 
     QSettings& m_settings;
@@ -183,6 +187,8 @@ class MainWindow : public QMainWindow, public jobs::WindowPort, public autosearc
     QPointer<QWidget> m_focusAfterJob;
     QImage m_inputShown; ///< the working picture before restoration
     QImage m_inputGrey;  ///< the same in grey, made when a grey result first needs it
+    /// The shake kernel last loaded, estimated or shown, for the Shake switch.
+    std::shared_ptr<const cv::Mat> m_shakeKernel;
 };
 
 } // namespace clarovi::app

@@ -42,7 +42,15 @@ QMenu* MainWindow::buildFileMenu() {
     QAction* preview = file->addAction(tr("Save &Preview…"), QKeySequence(tr("Ctrl+Alt+S")), this,
                                        &MainWindow::SaveImage);
     preview->setObjectName(QStringLiteral("savePreviewAction"));
-    m_pictureActions << saveAs << preview;
+    file->addSeparator();
+    QAction* loadPsf = file->addAction(tr("&Load PSF…"), this, &MainWindow::loadPsf);
+    loadPsf->setObjectName(QStringLiteral("loadPsfAction"));
+    loadPsf->setToolTip(tr("Restore with a kernel from a grey picture (a star or a bright point "
+                           "of the photograph, or one saved before), in pixels of the photograph "
+                           "at 2048 on its longer side"));
+    QAction* savePsf = file->addAction(tr("Save PS&F…"), this, &MainWindow::savePsf);
+    savePsf->setObjectName(QStringLiteral("savePsfAction"));
+    m_pictureActions << saveAs << preview << loadPsf << savePsf;
     return file;
 }
 

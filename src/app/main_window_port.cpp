@@ -32,19 +32,26 @@ bool looksGrey(const QImage& picture) {
 } // namespace
 
 jobs::Setting MainWindow::setting() const {
-    const bool motion = m_panel->movedSw->isChecked();
-    const engine::BlurOnPhoto blur{motion ? engine::BlurKind::Motion : engine::BlurKind::OutOfFocus,
-                                   m_panel->psfCountD->floatValue(),
-                                   m_panel->psfAngle->floatValue(),
-                                   m_panel->anglewidth->floatValue()};
+    const engine::BlurKind kind = m_panel->mode();
+    const engine::BlurOnPhoto blur =
+        kind == engine::BlurKind::Shake && m_shakeKernel
+            ? engine::BlurOnPhoto::shake(m_shakeKernel)
+            : engine::BlurOnPhoto{kind == engine::BlurKind::Shake ? engine::BlurKind::OutOfFocus
+                                                                  : kind,
+                                  m_panel->psfCountD->floatValue(), m_panel->psfAngle->floatValue(),
+                                  m_panel->anglewidth->floatValue()};
     return {blur, m_panel->muSlider->floatValue(), m_panel->rgbBtn->isChecked(),
             m_classicAction->isChecked()};
 }
 
-// A disk leaves the angle and width sliders where they were, ready for motion mode.
+// A disk leaves the angle and width sliders where they were, ready for motion mode; a shake
+// leaves all three, and its kernel is held for the Shake switch.
 void MainWindow::showSetting(const jobs::Setting& setting) {
-    m_panel->showMotionMode(setting.motion());
-    m_panel->psfCountD->setFloatValue(float(setting.blur.length));
+    if (setting.blur.kind == engine::BlurKind::Shake)
+        m_shakeKernel = setting.blur.kernel;
+    m_panel->showMode(setting.blur.kind, m_shakeKernel != nullptr);
+    if (setting.blur.kind != engine::BlurKind::Shake)
+        m_panel->psfCountD->setFloatValue(float(setting.blur.length));
     if (setting.motion()) {
         m_panel->psfAngle->setFloatValue(float(setting.blur.angle));
         m_panel->anglewidth->setFloatValue(float(setting.blur.width));

@@ -123,9 +123,14 @@ void SidePanel::addButtons(QVBoxLayout* column) {
     movedSw->setFixedSize(40, 40);
     ofSw = addButton(tr("Out of focus"), "ofSw",
                      tr("Out-of-focus blur: the blur is a disk of the diameter set above"));
+    shakeSw = addButton(tr("Shake"), "shakeSw",
+                        tr("Camera shake: the blur is the free-form kernel loaded (File ▸ Load "
+                           "PSF…) or estimated"));
+    shakeSw->setCheckable(true);
     modeRow->addWidget(movedSw);
     modeRow->addWidget(new QLabel(tr("Motion blur")));
     modeRow->addStretch();
+    modeRow->addWidget(shakeSw);
     modeRow->addWidget(ofSw);
     column->addLayout(modeRow);
 
@@ -213,8 +218,8 @@ void SidePanel::showActivity(const jobs::ActivityBoard& board, bool pictureOpen)
     maintitle->setText(restoring ? QStringLiteral("LOADING") : QStringLiteral("CLAROVI"));
     if (restoring)
         maintitle->repaint();
-    setActive({psfCountD, movedSw, ofSw, rgbBtn, autobtn, compareBtn, saveBtn}, m_free);
-    setActive({psfAngle, anglewidth}, m_free && movedSw->isChecked());
+    setActive({movedSw, ofSw, rgbBtn, autobtn, compareBtn, saveBtn}, m_free);
+    showModeControls();
     setActive({estimateBtn}, m_free && !board.running(jobs::Activity::Estimating));
     // A release of the sharpness slider replaces the restoration it waits for.
     muSlider->setEnabled(working);
@@ -222,9 +227,18 @@ void SidePanel::showActivity(const jobs::ActivityBoard& board, bool pictureOpen)
     openBtn->setEnabled(!board.covered() && !board.running(jobs::Activity::Exporting));
 }
 
-void SidePanel::showMotionMode(bool motion) {
-    movedSw->setChecked(motion);
-    setActive({psfAngle, anglewidth}, m_free && motion);
+void SidePanel::showMode(engine::BlurKind kind, bool kernelHeld) {
+    m_kind = kind;
+    m_kernelHeld = kernelHeld;
+    movedSw->setChecked(kind == engine::BlurKind::Motion);
+    shakeSw->setChecked(kind == engine::BlurKind::Shake);
+    showModeControls();
+}
+
+void SidePanel::showModeControls() {
+    setActive({psfCountD}, m_free && m_kind != engine::BlurKind::Shake);
+    setActive({psfAngle, anglewidth}, m_free && m_kind == engine::BlurKind::Motion);
+    setActive({shakeSw}, m_free && m_kernelHeld);
 }
 
 bool SidePanel::sliderHeld() const {

@@ -30,8 +30,11 @@ class SidePanel : public QWidget {
     /// while a job holds the thread; while the blur is estimated, Estimate waits. Angle and width
     /// belong to motion mode.
     void showActivity(const jobs::ActivityBoard& board, bool pictureOpen);
-    /// The mode switch, and the angle and width settings with it.
-    void showMotionMode(bool motion);
+    /// The mode switches for a blur of kind, and the settings that belong to it: the length to a
+    /// disk or a streak, angle and width to a streak. The Shake switch takes input while a
+    /// shake's kernel is held (loaded or estimated).
+    void showMode(engine::BlurKind kind, bool kernelHeld);
+    engine::BlurKind mode() const { return m_kind; }
     bool sliderHeld() const;
     /// The kind of blur the Estimate button looks for, as its menu last chose it.
     engine::KindWanted estimateKind() const { return m_estimateKind; }
@@ -46,6 +49,7 @@ class SidePanel : public QWidget {
     SliderField* muSlider;
     QPushButton* movedSw;
     QPushButton* ofSw;
+    QPushButton* shakeSw;
     QPushButton* openBtn;
     QPushButton* saveBtn;
     QPushButton* rgbBtn;
@@ -66,7 +70,11 @@ class SidePanel : public QWidget {
     QToolButton* makeEstimateButton();
     void showEstimateKind();
 
+    void showModeControls();
+
     engine::KindWanted m_estimateKind = engine::KindWanted::Any;
+    engine::BlurKind m_kind = engine::BlurKind::OutOfFocus;
+    bool m_kernelHeld = false;
     bool m_free = false; ///< the settings take input
 };
 

@@ -56,9 +56,15 @@ AutoRun::~AutoRun() {
     m_watcher.waitForFinished();
 }
 
-void AutoRun::MainWrapper(const jobs::Setting& setting, bool kindOfGuess) {
+void AutoRun::MainWrapper(const jobs::Setting& asked, bool kindOfGuess) {
     if (searching() || m_state.previewSourceImage.isNull())
         return;
+    // A shake's kernel is not searched: the search goes in the kind of the photograph's guess.
+    jobs::Setting setting = asked;
+    if (setting.blur.kind == engine::BlurKind::Shake) {
+        setting.blur = jobs::Setting{}.blur;
+        kindOfGuess = true;
+    }
     m_board.setRunning(jobs::Activity::Searching, true);
     m_window.showProgress(0.0, {});
     m_cancelRequested = false;

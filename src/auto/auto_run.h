@@ -39,7 +39,8 @@ class AutoRun : public QObject {
 
     /// Starts the search on its own copy of the photograph (its region, when one is marked) for
     /// blurs of setting's kind, or with kindOfGuess of the kind of the best guess: around the
-    /// state's guess when it has one of that kind, around one estimated first otherwise.
+    /// state's guess when it has one of that kind, around one estimated first otherwise. A shake is
+    /// searched as with kindOfGuess.
     void MainWrapper(const jobs::Setting& setting, bool kindOfGuess = false);
     /// Asks for a run when the main window next runs AppearActions (after an open).
     void automatizateIt() { autoRequested = true; }

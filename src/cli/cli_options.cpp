@@ -74,6 +74,10 @@ constexpr PlainOption kPlainOptions[] = {
      "With --estimate or --auto: look at this part of INPUT only, in its own pixels "
      "(a textured part: a face, a plate, a line of text).",
      "X,Y,W,H"},
+    {"psf",
+     "Restore with the shake whose kernel this grey picture shows, in pixels of the photograph "
+     "at 2048 on its longer side (a saved kernel, or a star cut from the photograph).",
+     "KERNEL"},
     {"verbose", "Print the restoration's log lines and the image libraries' warnings."},
     {"full-size", "Restore the whole photograph at its own size, in colour, and write it with "
                   "its metadata as PNG, TIFF or JPEG (by OUTPUT's extension)."},
@@ -230,6 +234,11 @@ CliParseResult parseCliOptions(const QStringList& arguments) {
     options.estimate = set("estimate");
     options.aroundEstimate = set("around-estimate");
     options.rgb = set("rgb");
+    options.psf = parser.value(QStringLiteral("psf"));
+    if (set("psf") && (options.psf.isEmpty() || options.motion || set("length") || set("angle") ||
+                       set("width") || options.estimate || options.aroundEstimate || search))
+        return refusal(QStringLiteral("--psf expects a picture and goes with none of --motion, "
+                                      "--length, --angle, --width, --estimate and --auto"));
     if (set("region")) {
         options.region = readRegion(parser.value(QStringLiteral("region")));
         if (options.region.isEmpty())

@@ -7,6 +7,7 @@
 #include <QString>
 #include <QStringList>
 
+#include <memory>
 #include <optional>
 
 namespace clarovi::cli {
@@ -26,6 +27,8 @@ struct CliOptions {
     bool estimate = false;       ///< print the estimated blur; restore with it when given OUTPUT
     bool aroundEstimate = false; ///< with --auto: search around the estimated blur
     QRect region;                ///< --region: the part of the photograph to look at, in its pixels
+    QString psf;                 ///< --psf: a grey picture of the shake's kernel to restore with
+    std::shared_ptr<const cv::Mat> shake; ///< the kernel read from psf, once it has been read
     bool rgb = false;
     bool classic = false;        ///< --filter classic: the Wiener filter of earlier versions
     bool live = false;           ///< one live preview, as a drag step of a slider makes it

@@ -4,6 +4,7 @@
 #include "cli/cli_options.h"
 #include "cli/search_writer.h"
 #include "engine/blur_estimate.h"
+#include "engine/shake_kernel.h"
 #include "files/picture_file.h"
 #include "jobs/blur_estimation.h"
 #include "jobs/control_sequences.h"
@@ -36,10 +37,24 @@ void printError(const QString& message) {
 jobs::Setting settingOf(const cli::CliOptions& options) {
     const engine::BlurKind kind =
         options.motion ? engine::BlurKind::Motion : engine::BlurKind::OutOfFocus;
-    return {{kind, options.lengthOrInitial(), options.angle, options.widthOrInitial()},
-            options.sharpness,
-            options.rgb,
-            options.classic};
+    const engine::BlurOnPhoto blur =
+        options.shake ? engine::BlurOnPhoto::shake(options.shake)
+                      : engine::BlurOnPhoto{kind, options.lengthOrInitial(), options.angle,
+                                            options.widthOrInitial()};
+    return {blur, options.sharpness, options.rgb, options.classic};
+}
+
+// The kernel --psf names, or null after saying why it cannot be used.
+std::shared_ptr<const cv::Mat> shakeFrom(const QString& path) {
+    const files::LoadedPicture picture = files::loadPicture(path);
+    QString error = picture.error;
+    cv::Mat kernel =
+        picture.image.isNull() ? cv::Mat() : engine::kernelFromPicture(picture.image, &error);
+    if (kernel.empty()) {
+        printError(error);
+        return nullptr;
+    }
+    return std::make_shared<const cv::Mat>(std::move(kernel));
 }
 
 // The first computations of a fresh picture, in colour when asked for; or the live preview of
@@ -191,7 +206,9 @@ int runFullSize(const cli::CliOptions& options) {
     return exportOne(options.input, options.output, setting, options) ? 0 : 1;
 }
 
-int run(const cli::CliOptions& options) {
+int run(cli::CliOptions options) {
+    if (!options.psf.isEmpty() && !(options.shake = shakeFrom(options.psf)))
+        return 1;
     if (options.fullSize)
         return runFullSize(options);
     if (!options.output.isEmpty())

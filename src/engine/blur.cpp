@@ -13,6 +13,8 @@ double workingScale(cv::Size copy) {
 cv::Point2d BlurOnPhoto::extent() const {
     if (kind == BlurKind::OutOfFocus)
         return {length, length};
+    if (kind == BlurKind::Shake)
+        return kernel ? cv::Point2d(kernel->cols, kernel->rows) : cv::Point2d();
     const double direction = angle * std::numbers::pi / 180.0;
     // Counter-clockwise on the screen is towards negative y in picture coordinates.
     return {length * std::cos(direction), -length * std::sin(direction)};
@@ -20,7 +22,7 @@ cv::Point2d BlurOnPhoto::extent() const {
 
 BlurOnPhoto BlurOnPhoto::normalised() const {
     BlurOnPhoto blur = *this;
-    if (kind == BlurKind::OutOfFocus) {
+    if (kind != BlurKind::Motion) {
         blur.angle = 0;
         return blur;
     }
@@ -28,6 +30,11 @@ BlurOnPhoto BlurOnPhoto::normalised() const {
     if (blur.angle <= -90.0)
         blur.angle += 180.0;
     return blur;
+}
+
+BlurOnPhoto BlurOnPhoto::shake(std::shared_ptr<const cv::Mat> kernel) {
+    const double side = kernel ? std::max(kernel->cols, kernel->rows) : 0;
+    return {BlurKind::Shake, side, 0, 1, std::move(kernel)};
 }
 
 } // namespace clarovi::engine

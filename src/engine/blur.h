@@ -2,9 +2,13 @@
 
 #include <opencv2/core.hpp>
 
+#include <memory>
+
 namespace clarovi::engine {
 
-enum class BlurKind { OutOfFocus, Motion };
+/// Out of focus: a disk. Motion: a straight streak. Shake: a free-form kernel, the path of a
+/// shaken camera (loaded from a picture or estimated).
+enum class BlurKind { OutOfFocus, Motion, Shake };
 
 /// The longer side, in pixels, of the photograph as every blur is measured on it: a blur's
 /// lengths are in pixels of the photograph brought to this size ("working pixels"), whatever
@@ -21,13 +25,18 @@ struct BlurOnPhoto {
     double length = 0; ///< a disk's diameter, or a streak's length from end to end
     double angle = 0;  ///< a streak's direction, degrees counter-clockwise from horizontal
     double width = 1;  ///< a streak's thickness
+    /// A shake's kernel in working pixels: CV_32F, odd square, centred on its centre of mass,
+    /// summing to 1; shared, never changed. Its larger side is the shake's length.
+    std::shared_ptr<const cv::Mat> kernel = {};
 
     /// The streak from one end to the other in picture coordinates (x right, y down); for a disk,
-    /// its diameter on both axes.
+    /// its diameter on both axes; for a shake, its kernel's width and height.
     cv::Point2d extent() const;
     /// The same streak with its angle in (-90, 90]: a streak has no head, so angle and
-    /// angle + 180 are one blur. A disk's angle is 0.
+    /// angle + 180 are one blur. A disk's or a shake's angle is 0.
     BlurOnPhoto normalised() const;
+    /// A shake of kernel (see `kernel`), its length the kernel's larger side.
+    static BlurOnPhoto shake(std::shared_ptr<const cv::Mat> kernel);
     bool operator==(const BlurOnPhoto&) const = default;
 };
 

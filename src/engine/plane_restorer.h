@@ -55,10 +55,10 @@ struct RestorationSettings {
     RestorationFilter filter = RestorationFilter::EdgePreserving;
     double sharpness = kDefaultSharpness; ///< kMinSharpness .. kMaxSharpness, clamped
     PictureStatistics picture;
-    /// Whether the kernel is a drawn streak. A real motion blur is never quite the line drawn
-    /// for it, and at the line's zeros, which cross the whole spectrum, the difference comes
-    /// back as a ripple along the streak; the iterative filter's default weight on the data is
-    /// then held below what such a difference allows.
+    /// Whether the kernel is a streak or a shake's path. A real motion blur is never quite the
+    /// line drawn (or the kernel found) for it, and at its zeros, which cross the whole spectrum,
+    /// the difference comes back as a ripple along the streak; the iterative filter's default
+    /// weight on the data is then held below what such a difference allows.
     bool streak = false;
     int threads = 1; ///< threads one restore call uses, at least 1
 };

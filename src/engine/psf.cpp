@@ -1,5 +1,9 @@
 #include "psf.h"
 
+#include "shake_kernel.h"
+
+#include <opencv2/imgproc.hpp>
+
 #include <algorithm>
 #include <cmath>
 #include <numbers>
@@ -98,11 +102,29 @@ void checkFinite(double value, const char* what) {
                                     " must be a finite number of 0 or more");
 }
 
+/// A shake's kernel at a scale: resampled (by area when reduced), then centred on its centre of
+/// mass again, so that every copy's kernel moves the picture alike.
+cv::Mat scaledShake(const cv::Mat& kernel, double scale) {
+    if (scale == 1.0)
+        return centredKernel(kernel);
+    const cv::Size size(std::max(1, int(std::lround(kernel.cols * scale))),
+                        std::max(1, int(std::lround(kernel.rows * scale))));
+    cv::Mat scaled;
+    cv::resize(kernel, scaled, size, 0, 0, scale < 1 ? cv::INTER_AREA : cv::INTER_LINEAR);
+    scaled = centredKernel(scaled);
+    return scaled.empty() ? noBlur() : scaled;
+}
+
 } // namespace
 
 cv::Mat MakePsfD(const BlurOnPhoto& blur, double scale) {
     checkFinite(blur.length, "length");
     checkFinite(scale, "scale");
+    if (blur.kind == BlurKind::Shake) {
+        if (!blur.kernel || blur.kernel->empty() || !(scale > 0))
+            throw std::invalid_argument("MakePsfD: a shake needs a kernel and a scale above 0");
+        return scaledShake(*blur.kernel, scale);
+    }
     const double length = blur.length * scale;
     cv::Mat kernel;
     if (blur.kind == BlurKind::OutOfFocus) {

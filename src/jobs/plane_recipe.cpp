@@ -310,7 +310,7 @@ JobControl stage(const JobControl& control, double start, double share) {
 engine::RestorationSettings restorationSettings(const Setting& setting, const PlaneRecipe& recipe,
                                                 const engine::PictureStatistics& statistics) {
     return {filterFor(setting, recipe), setting.sharpness, statistics,
-            setting.blur.kind == engine::BlurKind::Motion, 1};
+            setting.blur.kind != engine::BlurKind::OutOfFocus, 1};
 }
 
 std::vector<Tile> tilesOf(cv::Size plane, int reach, const PlaneRecipe& recipe) {

@@ -21,7 +21,8 @@ struct Setting {
     bool operator==(const Setting&) const = default;
 };
 
-/// The settings label: "Ø 24.0" for a disk, "24.0 px at 30.0°, width 1.0" for a streak.
+/// The settings label: "Ø 24.0" for a disk, "24.0 px at 30.0°, width 1.0" for a streak, "Shake
+/// 31 × 27 px" for a shake.
 QString settingsLabel(const Setting& setting);
 
 } // namespace clarovi::jobs

@@ -1,6 +1,8 @@
 #include "app/fourier_preview.h"
+#include "common/shake_paths.h"
 #include "engine/image_bridge.h"
 #include "engine/psf.h"
+#include "engine/shake_kernel.h"
 #include "gui_helpers.h"
 
 #include <QAction>
@@ -114,4 +116,48 @@ TEST_F(MainWindowTest, AnUnsureGuessIsOfferedAndARegionCanBeMarked) {
     window->findChild<QAction*>("wholePictureAction")->trigger();
     EXPECT_TRUE(view()->region().isEmpty());
     EXPECT_EQ(status(), "Estimate and Auto Search look at the whole picture");
+}
+
+// File ▸ Load PSF… restores with a kernel from a picture as a shake, which the Shake switch
+// holds while the other modes are tried; Save PSF… writes the kernel back as it was loaded; a
+// picture that is no kernel is refused with a message and changes nothing.
+TEST_F(MainWindowTest, AKernelLoadedIsRestoredAsAShakeAndSavedBack) {
+    openSample();
+    const cv::Mat shake = clarovi::testing::randomShake(15, 4);
+    engine::kernelPicture(shake).save(dir.filePath("shake.png"));
+    QImage(300, 300, QImage::Format_Grayscale8).save(dir.filePath("huge.png"));
+    QString chosen = dir.filePath("shake.png");
+    window->setOpenFileChooser([&](const QString&) { return chosen; });
+    window->setSaveFileChooser([&](const QString&) { return dir.filePath("saved.png"); });
+    const auto trigger = [&](const char* action) {
+        window->findChild<QAction*>(QLatin1String(action))->trigger();
+    };
+    const int before = restorations();
+    trigger("loadPsfAction");
+    ASSERT_TRUE(waitFor([&] { return restorations() > before && idle(); }));
+    auto* shakeSwitch = outlet<QPushButton>("shakeSw");
+    EXPECT_TRUE(shakeSwitch->isChecked());
+    EXPECT_FALSE(outlet("psfCountD")->isEnabled());
+    EXPECT_TRUE(outlet<QLabel>("settingInfo")->text().startsWith("Shake ")) << "the label";
+
+    trigger("savePsfAction");
+    const cv::Mat saved = engine::kernelFromPicture(QImage(dir.filePath("saved.png")));
+    const cv::Mat loaded = engine::kernelFromPicture(QImage(dir.filePath("shake.png")));
+    ASSERT_EQ(saved.size(), loaded.size());
+    EXPECT_LT(cv::norm(saved, loaded, cv::NORM_INF), 0.01);
+
+    QTest::mouseClick(outlet("movedSw"), Qt::LeftButton);
+    ASSERT_TRUE(waitFor([&] { return idle(); }));
+    EXPECT_FALSE(shakeSwitch->isChecked());
+    EXPECT_TRUE(outlet("psfCountD")->isEnabled());
+    QTest::mouseClick(shakeSwitch, Qt::LeftButton);
+    ASSERT_TRUE(waitFor([&] { return idle(); }));
+    EXPECT_TRUE(shakeSwitch->isChecked());
+
+    chosen = dir.filePath("huge.png");
+    const int restored = restorations();
+    trigger("loadPsfAction");
+    ASSERT_EQ(messages.size(), 1);
+    EXPECT_TRUE(messages.front().contains("at most 255")) << messages.front().toStdString();
+    EXPECT_EQ(restorations(), restored);
 }

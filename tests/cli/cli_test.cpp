@@ -1,7 +1,11 @@
 #include "cli/cli_options.h"
 #include "cli_run.h"
 #include "common/file_size_limit.h"
+#include "common/scenes.h"
 #include "engine/blur_estimate.h"
+#include "engine/image_bridge.h"
+#include "engine/psf.h"
+#include "engine/shake_kernel.h"
 
 #include <QDir>
 #include <QFile>
@@ -144,6 +148,37 @@ TEST_F(CliRunTest, WritesEveryThumbnailOfTheSearchAndTheirIndex) {
         EXPECT_NEAR(bestLength, 23.9, 2.0) << "the disk of 7 pixels at 600, 23.9 at 2048";
         EXPECT_EQ(QImage(QDir(asked[1]).filePath("0003.png"), "PNG").size(), QSize(512, 341));
     }
+}
+
+// A kernel given as a picture restores as the same blur drawn by the program (at 2048 the
+// restoration's copy is the working size, so that the two kernels differ only by the picture's
+// 8-bit levels); a picture that is no kernel is refused with one line.
+TEST_F(CliRunTest, RestoresWithAKernelFromAPicture) {
+    const clarovi::engine::BlurOnPhoto disk{clarovi::engine::BlurKind::OutOfFocus, 20};
+    const cv::Mat sharp = clarovi::testing::deadLeaves({2048, 1365}, 9000, 5, 150);
+    clarovi::engine::imageWithCVMat(
+        clarovi::testing::blurredWithNoise(sharp, clarovi::engine::MakePsfD(disk, 1.0), 1.0))
+        .save(path("photo.png"));
+    clarovi::engine::kernelPicture(clarovi::engine::MakePsfD(disk, 1.0)).save(path("disk.png"));
+    ASSERT_EQ(runCli({"--psf", path("disk.png"), path("photo.png"), path("shake.png")}).exitCode,
+              0);
+    ASSERT_EQ(runCli({"--length", "20", path("photo.png"), path("drawn.png")}).exitCode, 0);
+    const auto grey = [](const QString& file) {
+        return clarovi::engine::CVGrayscaleMat(QImage(file, "PNG"));
+    };
+    EXPECT_GT(clarovi::testing::psnr(grey(path("shake.png")), grey(path("drawn.png"))), 45.0);
+
+    QImage(300, 300, QImage::Format_Grayscale8).save(path("huge.png"));
+    using Case = std::tuple<QString, int, const char*>;
+    for (const auto& [kernel, code, why] :
+         {Case{path("huge.png"), 1, "at most 255"}, Case{path("none.png"), 1, "none.png"},
+          Case{kSample, 1, "at most 255"}}) {
+        const CliRun run = runCli({"--psf", kernel, path("photo.png"), path("out.png")});
+        EXPECT_EQ(run.exitCode, code);
+        EXPECT_TRUE(run.errors.contains(why)) << run.errors.toStdString();
+        EXPECT_EQ(run.messages(), 1);
+    }
+    EXPECT_EQ(runCli({"--psf", path("disk.png"), "--motion", kSample, path("o.png")}).exitCode, 2);
 }
 
 // A region is whole pixels within the photograph, and goes with the estimate or the search.
