@@ -1,5 +1,6 @@
 #include "blur_estimate.h"
 
+#include "texture.h"
 #include "welch_power.h"
 #include "zero_fit.h"
 
@@ -481,10 +482,26 @@ BlurEstimate estimateIn(const cv::Mat& grey, KindWanted wanted) {
 
 } // namespace
 
+/// A mostly flat photograph (a sky, a wall, a page's margins around a little detail) is read
+/// where its detail is, lest the spectrum of its flat parts, which is the noise's, bury the
+/// blur's zeros: the half of each side that holds the most detail, when that holds at least this
+/// many times the picture's mean (at most 4, when all of it lies there).
+constexpr double kFlatPictureContrast = 2.5;
+
+cv::Rect ownRegion(const cv::Mat& grey) {
+    const cv::Rect whole({0, 0}, grey.size());
+    const TextureMap texture(grey);
+    const cv::Rect detailed = texture.mostDetailed({grey.cols / 2, grey.rows / 2}, whole);
+    if (texture.energy(detailed) < kFlatPictureContrast * texture.energy(whole))
+        return whole;
+    return detailed;
+}
+
 BlurEstimate estimateBlur(const cv::Mat& grey, const EstimateRequest& request) {
     if (grey.type() != CV_8UC1)
         throw std::invalid_argument("estimateBlur: the picture must be CV_8UC1");
-    const cv::Rect region = readRegion(grey.size(), request.region);
+    const cv::Rect region =
+        request.region.empty() ? ownRegion(grey) : readRegion(grey.size(), request.region);
     BlurEstimate estimate = estimateIn(grey(region), request.wanted);
     estimate.region = region;
     return estimate;

@@ -34,16 +34,17 @@ struct BlurEstimate {
     /// point draws). Length 0 when the picture shows nothing to go by.
     BlurOnPhoto blur;
     double confidence = 0; ///< 0 (nothing found: sharp, flat or pure noise) to 1
-    cv::Rect region;       ///< the part of the picture read: the one asked for, or the whole
+    cv::Rect region; ///< the part of the picture read: the one asked for, or the estimate's own
 };
 
 /// grey: one-channel 8-bit picture of the photograph at its own aspect, longer side kWorkingSide,
 /// so that the blur found is in working pixels, read in the request's region (at least
-/// kLeastRegion pixels on a side around it, where the picture allows). The confidence says how
-/// clearly the picture's spectrum shows the blur's zeros: it stays low for a blur too short for the
-/// picture's band (an enlarged photograph's, say) to show two of them. A flat picture, or one under
-/// 64 pixels on a side, gives length 0 and confidence 0. Other than CV_8UC1 throws
-/// std::invalid_argument.
+/// kLeastRegion pixels on a side around it, where the picture allows); without one, in the whole
+/// picture, or in its most detailed half of each side when the rest is mostly flat. The confidence
+/// says how clearly the picture's spectrum shows the blur's zeros: it stays low for a blur too
+/// short for the picture's band (an enlarged photograph's, say) to show two of them. A flat
+/// picture, or one under 64 pixels on a side, gives length 0 and confidence 0. Other than CV_8UC1
+/// throws std::invalid_argument.
 BlurEstimate estimateBlur(const cv::Mat& grey, const EstimateRequest& request = {});
 
 /// A region is read as at least this much of the picture around it: a smaller one holds too few

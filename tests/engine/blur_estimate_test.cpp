@@ -105,6 +105,31 @@ TEST(BlurEstimate, WantedRestrictsTheKind) {
     EXPECT_LT(asDisk.confidence, kClearBlurConfidence);
 }
 
+// A streak on a textured part of an otherwise flat sky is found where it lies, whether that part
+// is given as the region or the estimate picks it, and the region read holds it; the flat rest
+// alone shows nothing.
+TEST(BlurEstimate, ReadsTheRegionGivenOrTheDetailedPartOfAFlatPicture) {
+    cv::Mat sky(1365, 2048, CV_8U, cv::Scalar(150));
+    const cv::Rect patch(1100, 300, 800, 700);
+    blurred(deadLeaves(), true, 24, 30)(cv::Rect({0, 0}, patch.size())).copyTo(sky(patch));
+    cv::Mat noise(sky.size(), CV_8U);
+    cv::randn(noise, 0, 1);
+    sky += noise;
+    using Case = std::pair<cv::Rect, bool>; // region asked, a streak to find there
+    for (const auto& [asked, found] :
+         {Case{{}, true}, Case{{1200, 400, 500, 400}, true}, Case{{100, 800, 600, 400}, false}}) {
+        SCOPED_TRACE(asked.x);
+        const BlurEstimate estimate = estimateBlur(sky, {KindWanted::Any, asked, 1.0});
+        EXPECT_EQ(estimate.confidence >= kClearBlurConfidence, found);
+        if (!found)
+            continue;
+        EXPECT_EQ(estimate.blur.kind, BlurKind::Motion);
+        EXPECT_NEAR(estimate.blur.length, 24, 2);
+        EXPECT_LT(angleApart(estimate.blur.angle, 30), 2.0);
+        EXPECT_GT((estimate.region & patch).area(), estimate.region.area() / 2);
+    }
+}
+
 TEST(BlurEstimate, TinyPicturesGiveNothingAndOtherDepthsThrow) {
     const BlurEstimate tiny = estimateBlur(cv::Mat(63, 500, CV_8U, cv::Scalar(9)));
     EXPECT_EQ(tiny.blur.length, 0.0);
