@@ -28,4 +28,14 @@ void BM_EstimateBlur(benchmark::State& state) {
 // A square photograph and a 3:2 one at the 2048-pixel working size.
 BENCHMARK(BM_EstimateBlur)->Args({2048, 2048})->Args({2048, 1365})->Unit(benchmark::kMillisecond);
 
+// A region of the 3:2 picture, as a user marks one; argument: its side.
+void BM_EstimateBlurInRegion(benchmark::State& state) {
+    const cv::Mat picture = workingPicture({2048, 1365});
+    const int side = static_cast<int>(state.range(0));
+    const EstimateRequest request{KindWanted::Any, {700, 400, side, side}, 1.0};
+    for (auto _ : state)
+        benchmark::DoNotOptimize(estimateBlur(picture, request));
+}
+BENCHMARK(BM_EstimateBlurInRegion)->Arg(512)->Arg(256)->Unit(benchmark::kMillisecond);
+
 } // namespace
