@@ -138,14 +138,10 @@ int runEstimate(const cli::CliOptions& options, jobs::ControllerState& state,
         printEstimate(found);
     if (options.estimate && options.output.isEmpty())
         return 0;
-    if (options.aroundEstimate) {
-        const bool any = options.wanted() == engine::KindWanted::Any;
-        if (!(found.estimate.blur.length > 0))
-            return runSearch(options, state, window.setting(), std::nullopt, any);
-        jobs::Setting setting = window.setting();
-        setting.blur.kind = found.blur.kind;
-        return runSearch(options, state, setting, found.estimate, any);
-    }
+    // The search takes the estimate's kind when it is sure enough to go by (or the kind asked).
+    if (options.aroundEstimate)
+        return runSearch(options, state, window.setting(), found.estimate,
+                         options.wanted() == engine::KindWanted::Any);
     if (!found.clear) {
         printError(QStringLiteral("No clear blur found, so nothing was restored."));
         return 1;
