@@ -31,12 +31,6 @@ constexpr double kPartShare = 9.0 / 16.0;
 constexpr double kFrameShare = 1.0 / 16.0;
 constexpr double kSmallestPartShare = 0.25;
 
-cv::Rect scaledOutwards(const cv::Rect& r, double scale) {
-    const int left = int(std::floor(r.x * scale)), top = int(std::floor(r.y * scale));
-    return {left, top, int(std::ceil(r.br().x * scale)) - left,
-            int(std::ceil(r.br().y * scale)) - top};
-}
-
 cv::Size shareOf(cv::Size copy, double share) {
     return {std::max(1, int(std::lround(copy.width * share))),
             std::max(1, int(std::lround(copy.height * share)))};
@@ -58,8 +52,8 @@ cv::Rect partAround(cv::Size copy, const cv::Rect& region) {
 
 cv::Rect partToShow(const cv::Mat& small, const cv::Rect& regionInWorkingPixels) {
     const cv::Rect whole({0, 0}, small.size());
-    const cv::Rect region =
-        scaledOutwards(regionInWorkingPixels, engine::workingScale(small.size())) & whole;
+    const double scale = engine::workingScale(small.size());
+    const cv::Rect region = engine::scaledOutwards(regionInWorkingPixels, scale, scale) & whole;
     if (!region.empty())
         return partAround(small.size(), region);
     const cv::Size margin = shareOf(small.size(), kFrameShare);

@@ -10,6 +10,11 @@ double workingScale(cv::Size copy) {
     return double(std::max(copy.width, copy.height)) / kWorkingSide;
 }
 
+cv::Rect scaledOutwards(const cv::Rect& r, double sx, double sy) {
+    const int left = int(std::floor(r.x * sx)), top = int(std::floor(r.y * sy));
+    return {left, top, int(std::ceil(r.br().x * sx)) - left, int(std::ceil(r.br().y * sy)) - top};
+}
+
 cv::Point2d BlurOnPhoto::extent() const {
     if (kind == BlurKind::OutOfFocus)
         return {length, length};

@@ -19,6 +19,10 @@ inline constexpr int kWorkingSide = 2048;
 /// kWorkingSide (0.5 for the 1024-pixel preview copy, 3 for a 6144 x 4096 photograph).
 double workingScale(cv::Size copy);
 
+/// The pixels of another copy that a rectangle of one touches: its edges scaled by sx across and
+/// sy down, rounded outwards, so that nothing of it is left out.
+cv::Rect scaledOutwards(const cv::Rect& r, double sx, double sy);
+
 /// A blur as it lies on the photograph, in working pixels, whichever way the photograph is shaped.
 struct BlurOnPhoto {
     BlurKind kind = BlurKind::OutOfFocus;

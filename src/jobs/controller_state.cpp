@@ -62,13 +62,9 @@ double ControllerState::photoScale() const {
 cv::Rect ControllerState::analysedRegion(const QRect& inPhoto) const {
     if (inPhoto.isEmpty() || !QRect(QPoint(0, 0), photoSize).contains(inPhoto))
         return {};
-    const double sx = double(analysisGrey.cols) / photoSize.width();
-    const double sy = double(analysisGrey.rows) / photoSize.height();
-    const int left = int(std::floor(inPhoto.left() * sx)),
-              top = int(std::floor(inPhoto.top() * sy));
-    const int right = int(std::ceil((inPhoto.right() + 1) * sx));
-    const int bottom = int(std::ceil((inPhoto.bottom() + 1) * sy));
-    return cv::Rect(left, top, right - left, bottom - top) &
+    return engine::scaledOutwards({inPhoto.x(), inPhoto.y(), inPhoto.width(), inPhoto.height()},
+                                  double(analysisGrey.cols) / photoSize.width(),
+                                  double(analysisGrey.rows) / photoSize.height()) &
            cv::Rect(0, 0, analysisGrey.cols, analysisGrey.rows);
 }
 
