@@ -161,6 +161,7 @@ class MainWindow : public QMainWindow, public jobs::WindowPort, public autosearc
     jobs::BlurEstimation m_estimation;
     jobs::ExportRun m_export;
     qint64 m_estimatedPicture = 0; ///< the cache key of the picture the running estimate reads
+    cv::Rect m_estimatedRegion;    ///< the region it reads, empty for the whole picture
     /// The estimate started by opening a photograph, applied when it is clear and the controls
     /// have not been touched since.
     bool m_openingEstimate = false;

@@ -43,6 +43,7 @@ void MainWindow::estimateBlur(engine::KindWanted wanted) {
         return;
     }
     m_estimatedPicture = m_state.sourceImage.cacheKey();
+    m_estimatedRegion = m_state.region;
     m_board.setRunning(jobs::Activity::Estimating, true);
 }
 
@@ -50,14 +51,19 @@ void MainWindow::endEstimate() {
     m_board.setRunning(jobs::Activity::Estimating, false);
 }
 
-// An estimate of a picture no longer open is dropped. One arriving while a search covers the
-// window, or the one an open started once the user has set the controls, only leaves its guess
-// for the search. A doubtful one leaves the sliders alone and is offered.
+// An estimate of a picture no longer open, or of another region, is dropped. One arriving while a
+// search covers the window, or the one an open started once the user has set the controls, only
+// leaves its guess for the search. A doubtful one leaves the sliders alone and is offered.
 void MainWindow::takeEstimate(const engine::BlurEstimate& estimate) {
     endEstimate();
     const bool opening = std::exchange(m_openingEstimate, false);
     if (m_state.sourceImage.cacheKey() != m_estimatedPicture)
         return;
+    // A region marked while it ran is estimated now, in its place.
+    if (m_state.region != m_estimatedRegion) {
+        estimateBlur(engine::KindWanted::Any);
+        return;
+    }
     m_state.guess.reset();
     if (estimate.blur.length > 0)
         m_state.guess = estimate;
